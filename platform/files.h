@@ -1,0 +1,52 @@
+// The file operations of the logic. Paths are absolute, UTF-8, in the system's form.
+//
+// Owner: the program's entry; outlives the logic. Thread: main thread only. Every operation blocks for one
+// short system call or a few.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "platform/output_file.h"
+
+namespace zunto {
+
+class FileSystem {
+ public:
+  FileSystem() = default;
+  FileSystem(const FileSystem&) = delete;
+  FileSystem& operator=(const FileSystem&) = delete;
+  virtual ~FileSystem() = default;
+
+  /// Whether something exists at `path`, links followed.
+  [[nodiscard]] virtual bool exists(const std::filesystem::path& path) const = 0;
+
+  /// Whether `path` is a regular file, links followed, that this user may execute.
+  [[nodiscard]] virtual bool isExecutableFile(const std::filesystem::path& path) const = 0;
+
+  /// Makes the folder with its missing parents; one that exists is no error. Throws SystemError.
+  virtual void createFolder(const std::filesystem::path& path) = 0;
+
+  /// Makes an empty file with default permissions; never shortens one that exists. Answers whether a file is
+  /// there afterwards.
+  virtual bool createFile(const std::filesystem::path& path) = 0;
+
+  /// Removes one file, or the link itself when it is one. A folder that is not empty is never removed. Throws
+  /// SystemError.
+  virtual void removeItem(const std::filesystem::path& path) = 0;
+};
+
+/// Opens files that children write to.
+class OutputFileOpener {
+ public:
+  OutputFileOpener() = default;
+  OutputFileOpener(const OutputFileOpener&) = delete;
+  OutputFileOpener& operator=(const OutputFileOpener&) = delete;
+  virtual ~OutputFileOpener() = default;
+
+  /// Opens an existing file for writing from its start, without append mode, without shortening it,
+  /// close-on-exec. Throws SystemError.
+  [[nodiscard]] virtual std::unique_ptr<OutputFile> openForWriting(const std::filesystem::path& path) = 0;
+};
+
+}  // namespace zunto

@@ -1,0 +1,44 @@
+#include "platform/model/controls.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace zunto {
+
+PopUpButton::PopUpButton(std::vector<std::string> titles) : titles_(std::move(titles)) {
+  if (!titles_.empty()) selected_ = 0;
+}
+
+void PopUpButton::addItem(std::string title) {
+  titles_.push_back(std::move(title));
+  if (!selected_) selected_ = 0;
+  notify();
+}
+
+void PopUpButton::removeAllItems() {
+  if (titles_.empty()) return;
+  titles_.clear();
+  selected_.reset();
+  notify();
+}
+
+std::optional<std::string> PopUpButton::selectedTitle() const {
+  if (!selected_) return std::nullopt;
+  return titles_[*selected_];
+}
+
+void PopUpButton::selectIndex(std::size_t index) {
+  if (index < titles_.size()) assign(selected_, index);
+}
+
+void PopUpButton::userSelected(std::size_t index) {
+  if (!acceptsUser() || index >= titles_.size()) return;
+  selectIndex(index);
+  if (action_) action_();
+}
+
+void ProgressBar::setValue(double percent) {
+  assign(value_, std::isnan(percent) ? minimum : std::clamp(percent, minimum, maximum));
+}
+
+}  // namespace zunto

@@ -1,0 +1,20 @@
+// The general pasteboard. Owner: the program's entry; outlives the logic. Thread: main thread only.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace zunto {
+
+class Pasteboard {
+ public:
+  Pasteboard() = default;
+  Pasteboard(const Pasteboard&) = delete;
+  Pasteboard& operator=(const Pasteboard&) = delete;
+  virtual ~Pasteboard() = default;
+
+  /// Its plain text, UTF-8; none when it holds no text.
+  [[nodiscard]] virtual std::optional<std::string> plainText() const = 0;
+};
+
+}  // namespace zunto

@@ -1,0 +1,33 @@
+// Shows window models as native windows.
+//
+// Owner: the program's entry; outlives the logic. Thread: main thread only.
+#pragma once
+
+#include <memory>
+
+#include "platform/model/window.h"
+
+namespace zunto {
+
+/// The native window of one model. Destroying it removes the window and every native control in it.
+class WindowView {
+ public:
+  WindowView() = default;
+  WindowView(const WindowView&) = delete;
+  WindowView& operator=(const WindowView&) = delete;
+  virtual ~WindowView() = default;
+};
+
+class WindowSystem {
+ public:
+  WindowSystem() = default;
+  WindowSystem(const WindowSystem&) = delete;
+  WindowSystem& operator=(const WindowSystem&) = delete;
+  virtual ~WindowSystem() = default;
+
+  /// Builds the native window of `window`, not yet shown, and binds every control of its layout. The model
+  /// and its controls must outlive the view.
+  [[nodiscard]] virtual std::unique_ptr<WindowView> makeView(Window& window) = 0;
+};
+
+}  // namespace zunto
