@@ -1,0 +1,61 @@
+#include "protocol/text.h"
+
+#include <boost/locale/utf.hpp>
+#include <cstddef>
+#include <iterator>
+
+namespace zunto {
+
+namespace {
+
+using Utf8 = boost::locale::utf::utf_traits<char>;
+using boost::locale::utf::code_point;
+
+bool isWhiteSpaceOrLineEnd(code_point point) {
+  return (point >= 0x09 && point <= 0x0D) || point == 0x20 || point == 0x85 || point == 0xA0 ||
+         point == 0x1680 || (point >= 0x2000 && point <= 0x200B) || point == 0x2028 || point == 0x2029 ||
+         point == 0x202F || point == 0x205F || point == 0x3000;
+}
+
+bool isAsciiLower(char c) { return c >= 'a' && c <= 'z'; }
+bool isAsciiUpper(char c) { return c >= 'A' && c <= 'Z'; }
+
+}  // namespace
+
+bool isUtf8(std::string_view text) {
+  for (auto next = text.begin(); next != text.end();) {
+    const code_point point = Utf8::decode(next, text.end());
+    if (!boost::locale::utf::is_valid_codepoint(point)) return false;
+  }
+  return true;
+}
+
+std::string trimmed(std::string_view text) {
+  std::size_t begin = text.size();
+  std::size_t end = 0;
+  for (auto next = text.begin(); next != text.end();) {
+    const auto start = static_cast<std::size_t>(std::distance(text.begin(), next));
+    if (isWhiteSpaceOrLineEnd(Utf8::decode(next, text.end()))) continue;
+    if (begin > start) begin = start;
+    end = static_cast<std::size_t>(std::distance(text.begin(), next));
+  }
+  return begin < end ? std::string(text.substr(begin, end - begin)) : std::string();
+}
+
+std::string capitalizedWords(std::string_view text) {
+  std::string result(text);
+  bool inWord = false;
+  for (char& c : result) {
+    const bool startsWord = isAsciiLower(c) || isAsciiUpper(c) || static_cast<unsigned char>(c) >= 0x80;
+    const bool goesOn = inWord && (c == '\'' || (c >= '0' && c <= '9'));
+    if (isAsciiLower(c) && !inWord) {
+      c = static_cast<char>(c - 'a' + 'A');
+    } else if (isAsciiUpper(c) && inWord) {
+      c = static_cast<char>(c - 'A' + 'a');
+    }
+    inWord = startsWord || goesOn;
+  }
+  return result;
+}
+
+}  // namespace zunto

@@ -1,0 +1,118 @@
+#include "protocol/url.h"
+
+#include <algorithm>
+#include <boost/url/grammar/hexdig_chars.hpp>
+#include <boost/url/parse.hpp>
+#include <boost/url/url_view.hpp>
+#include <cstddef>
+
+#include "protocol/text.h"
+
+namespace zunto {
+
+namespace urls = boost::urls;
+
+namespace {
+
+constexpr std::string_view unreservedMarks = "-._~";
+constexpr std::string_view subDelimiters = "!$&'()*+,;=";
+
+bool contains(std::string_view set, char c) { return set.find(c) != std::string_view::npos; }
+
+bool isAsciiAlphanumeric(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool mayStandInPath(char c) {
+  return isAsciiAlphanumeric(c) || contains(unreservedMarks, c) || contains(subDelimiters, c) || c == ':' ||
+         c == '@' || c == '/';
+}
+
+void appendPercentEncoded(std::string& out, char c) {
+  constexpr std::string_view digits = "0123456789ABCDEF";
+  const auto byte = static_cast<unsigned char>(c);
+  out += {'%', digits[byte >> 4U], digits[byte & 0x0FU]};
+}
+
+bool isBlankOrControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte <= 0x20 || byte == 0x7F;
+}
+
+/// Where the path, query or fragment begins: before it brackets enclose an IP address, behind it they are
+/// text.
+std::size_t endOfAuthority(std::string_view text) {
+  const std::size_t slashes = text.find("//");
+  const std::size_t from = slashes == std::string_view::npos ? 0 : slashes + 2;
+  return std::min(text.find_first_of("/?#", from), text.size());
+}
+
+bool isBareInBrowsers(char c, bool inAuthority) {
+  constexpr std::string_view bare = "\"<>\\^`{|}";
+  return contains(bare, c) || (!inAuthority && (c == '[' || c == ']'));
+}
+
+bool startsEscape(std::string_view text) {
+  return text.size() >= 3 && urls::grammar::hexdig_value(text[1]) >= 0 &&
+         urls::grammar::hexdig_value(text[2]) >= 0;
+}
+
+/// `text` as it may be sent; none when it holds what no link shows.
+std::optional<std::string> encodedAsLink(std::string_view text) {
+  const std::size_t authorityEnd = endOfAuthority(text);
+  std::string encoded;
+  encoded.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (isBlankOrControl(c)) return std::nullopt;
+    const bool strayPercent = c == '%' && !startsEscape(text.substr(i));
+    if (static_cast<unsigned char>(c) >= 0x80 || strayPercent || isBareInBrowsers(c, i < authorityEnd)) {
+      appendPercentEncoded(encoded, c);
+    } else {
+      encoded += c;
+    }
+  }
+  return encoded;
+}
+
+}  // namespace
+
+std::optional<Url> Url::parse(std::string_view text) {
+  if (text.empty() || !isUtf8(text)) return std::nullopt;
+  std::optional<std::string> encoded = encodedAsLink(text);
+  if (!encoded || !urls::parse_uri_reference(*encoded)) return std::nullopt;
+  return Url(*std::move(encoded));
+}
+
+std::optional<std::string> Url::scheme() const {
+  const urls::url_view view = urls::parse_uri_reference(text_).value();
+  if (!view.has_scheme()) return std::nullopt;
+  return std::string(view.scheme());
+}
+
+std::optional<std::string> Url::firstQueryValue(std::string_view name) const {
+  const urls::url_view view = urls::parse_uri_reference(text_).value();
+  if (!view.has_query()) return std::nullopt;
+  for (const auto& item : view.encoded_params()) {
+    if (std::string_view(item.key.decode()) != name) continue;
+    if (!item.has_value) return std::nullopt;
+    std::string value = item.value.decode();
+    return isUtf8(value) ? std::optional(std::move(value)) : std::nullopt;
+  }
+  return std::nullopt;
+}
+
+Url Url::appendingPath(std::string_view path) const {
+  std::string text = text_;
+  if (!text.ends_with('/')) text += '/';
+  for (const char c : path) {
+    if (mayStandInPath(c)) {
+      text += c;
+    } else {
+      appendPercentEncoded(text, c);
+    }
+  }
+  return Url(std::move(text));
+}
+
+}  // namespace zunto
