@@ -10,6 +10,7 @@
 
 #include <coroutine>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -140,5 +141,11 @@ inline Task<void> TaskPromise<void>::get_return_object() {
 }
 
 }  // namespace detail
+
+/// `task` with `owner` held until it has ended or been destroyed: a lazy member coroutine keeps only `this`.
+template <class Owner>
+Task<void> keepingAlive(std::shared_ptr<Owner>, Task<void> task) {
+  co_await task;
+}
 
 }  // namespace zunto

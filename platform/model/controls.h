@@ -51,7 +51,7 @@ enum class TextColor { primary, secondary };
 
 /// How a label shows its text. Fixed when the label is made.
 struct LabelStyle {
-  Font font;
+  Font font{};
   TextColor color = TextColor::primary;
   bool wraps = false;          ///< else one line
   int maximumLines = 1;        ///< when it wraps; what does not fit ends in an ellipsis

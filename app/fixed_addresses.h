@@ -1,0 +1,16 @@
+// The two addresses that the whole program is about. Plain values, made once by the entry.
+#pragma once
+
+#include "protocol/url.h"
+
+namespace zunto {
+
+struct FixedAddresses {
+  Url helperBaseURL;       ///< of the local processor; request paths are appended to it
+  Url videoImportPageURL;  ///< the product's web page of the video-import tool
+};
+
+/// A literal that does not parse is a fatal error.
+[[nodiscard]] FixedAddresses fixedAddresses();
+
+}  // namespace zunto

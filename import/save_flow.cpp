@@ -1,0 +1,51 @@
+// Saving: asks for a place, fetches the finished file into that folder under a hidden name and moves it
+// there.
+#include <utility>
+
+#include "async/callback_await.h"
+#include "import/downloader_window_controller.h"
+#include "import/media_texts.h"
+#include "protocol/helper_error.h"
+
+namespace zunto {
+
+Task<void> DownloaderWindowController::saveResult(MediaJob job) {
+  if (!job.result || job.result->kind != "file") throw HelperError(HelperErrorCode::noDownloadableFile);
+  const std::optional<std::filesystem::path> location = co_await askWhereToSave(*job.result);
+  if (!location) {
+    setBusy(false, "Download finished locally. Saving was cancelled.");
+    co_return;
+  }
+  form_.statusLabel.setText("Saving " + location->filename().string() + "…");
+  co_await fetchTo(*location, job.jobId);
+  savedURL = location;
+  form_.revealButton.setHidden(false);
+  form_.progress.setValue(ProgressBar::maximum);
+  setBusy(false, "Saved to " + location->string());
+}
+
+Task<std::optional<std::filesystem::path>> DownloaderWindowController::askWhereToSave(
+    const JobResult& result) {
+  using Choice = std::optional<std::filesystem::path>;
+  const SavePanel panel{.title = "Save ZUNTO Download",
+                        .suggestedName = suggestedFileName(result.filename),
+                        .canCreateFolders = true};
+  co_return co_await awaitCallbackUncancellable<Choice>([this, &panel](Completion<Choice> chosen) {
+    capabilities_.savePanels.showSavePanel(panel, std::move(chosen));
+  });
+}
+
+Task<void> DownloaderWindowController::fetchTo(std::filesystem::path location, std::string jobId) {
+  const std::unique_ptr<TemporaryFile> fetched =
+      co_await client_.fetchResult(std::move(jobId), location.parent_path());
+  // The panel has asked about replacing; only now, with the whole file at hand, is the old one given up.
+  if (capabilities_.fileSystem.exists(location)) capabilities_.fileSystem.removeItem(location);
+  fetched->moveTo(location);
+}
+
+void DownloaderWindowController::revealSavedFile() {
+  mainThread_.check("revealSavedFile");
+  if (savedURL) capabilities_.workspace.reveal(*savedURL);
+}
+
+}  // namespace zunto
