@@ -1,0 +1,38 @@
+// Links handed to this program, one turn each.
+//
+// Owner: the program's entry; outlives the logic. Thread: main thread only, the handler included.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <string>
+
+#include "async/clock.h"
+#include "platform/url_events.h"
+
+namespace zunto {
+
+class QtUrlEvents final : public UrlEventSource {
+ public:
+  /// `clock` must outlive this object.
+  explicit QtUrlEvents(Clock& clock);
+  /// Links that are not delivered yet are dropped.
+  ~QtUrlEvents() override;
+
+  /// Hands one link on, whatever its text, on a later turn; while no handler is set it waits for one.
+  void deliver(std::string link);
+
+  void setHandler(Handler handler) override;
+  void removeHandler() override;
+
+ private:
+  void scheduleDelivery();
+  void deliverFirst();
+
+  Clock& clock_;
+  Handler handler_;
+  std::deque<std::string> waiting_;
+  std::shared_ptr<QtUrlEvents*> self_;
+};
+
+}  // namespace zunto
