@@ -1,0 +1,52 @@
+// The HTTP session on libcurl, with a network thread of its own.
+//
+// Owner: the program's entry. Thread: made, used and destroyed on the main thread; completions come back
+// through Clock::post.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+#include "async/clock.h"
+#include "platform/http.h"
+
+namespace zunto {
+
+class CurlWorker;
+
+struct CurlHttpOptions {
+  /// The most bytes of body that send() holds in memory; past it the request fails.
+  std::size_t memoryLimit = std::size_t{64} << 20;
+};
+
+class CurlHttpSession final : public HttpSession {
+ public:
+  /// Starts the network thread. `clock` must outlive this object. Throws SystemError or std::system_error
+  /// when the system has no descriptors or threads left.
+  explicit CurlHttpSession(Clock& clock, CurlHttpOptions options = {});
+  CurlHttpSession(const CurlHttpSession&) = delete;
+  CurlHttpSession& operator=(const CurlHttpSession&) = delete;
+
+  /// Ends every request and joins the thread; nothing is called back afterwards. The transfers that are left
+  /// may be dropped at any time.
+  ~CurlHttpSession() override;
+
+  [[nodiscard]] std::unique_ptr<HttpTransfer> send(HttpRequest request,
+                                                   std::function<void(Outcome<HttpResponse>)> done) override;
+
+  /// The file is made before anything is sent: where that fails, so does the download, without a request.
+  [[nodiscard]] std::unique_ptr<HttpTransfer> download(
+      HttpRequest request, std::filesystem::path folder,
+      std::function<void(Outcome<HttpDownload>)> done) override;
+
+ private:
+  class Transfer;
+
+  Clock& clock_;
+  CurlHttpOptions options_;
+  std::shared_ptr<CurlWorker> worker_;  // never shared for longer than a turn of the main thread
+};
+
+}  // namespace zunto
