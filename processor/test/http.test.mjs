@@ -1,0 +1,219 @@
+import assert from 'node:assert/strict';
+import { readFile } from 'node:fs/promises';
+import net from 'node:net';
+import { test } from 'node:test';
+
+import { writeStubs } from '../testing/stubs.mjs';
+import { startProcessor, temporaryFolder } from '../testing/world.mjs';
+
+const link = 'https://media.example/clip';
+const media = { sourceUrl: link, permissionConfirmed: true };
+
+async function startWithStubs(t, scenario) {
+  const stubs = await writeStubs(await temporaryFolder(t), scenario);
+  return { processor: await startProcessor(t, stubs.env), stubs };
+}
+
+function assertRefused({ status, json }, expectedStatus, pattern = /./) {
+  assert.equal(status, expectedStatus, JSON.stringify(json));
+  assert.deepEqual(Object.keys(json), ['error']);
+  assert.deepEqual(Object.keys(json.error), ['message']);
+  assert.match(json.error.message, pattern);
+}
+
+function exchange(port, text) {
+  return new Promise((resolve, reject) => {
+    const socket = net.connect(port, '127.0.0.1', () => socket.write(text));
+    let answer = '';
+    socket.on('data', (chunk) => (answer += chunk));
+    socket.on('close', () => resolve(answer));
+    socket.on('error', reject);
+  });
+}
+
+test('health answers ok and hands out the session token', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const { status, json, headers } = await processor.request('GET', '/health');
+  assert.equal(status, 200);
+  assert.deepEqual(json, { status: 'ok' });
+  assert.ok(Buffer.from(headers['x-zunto-session-token'], 'base64url').length >= 16, 'at least 128 bits');
+  assert.equal(headers['x-zunto-session-token'], processor.token);
+});
+
+test('every run has another token', async (t) => {
+  const [first, second] = [await startWithStubs(t), await startWithStubs(t)];
+  assert.notEqual(first.processor.token, second.processor.token);
+});
+
+test('another Host than the own address is refused and learns no token', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const others = [`localhost:${processor.port}`, 'evil.example', `127.0.0.1:${processor.port + 1}`, '127.0.0.1'];
+  for (const host of others) {
+    const answer = await processor.request('GET', '/health', { headers: { Host: host } });
+    assertRefused(answer, 403);
+    assert.equal(answer.headers['x-zunto-session-token'], undefined, host);
+  }
+});
+
+test('a request without a Host, or with two, is refused', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const own = `Host: 127.0.0.1:${processor.port}\r\n`;
+  for (const hosts of ['', 'Host:\r\n', own + own, `${own}Host: evil.example\r\n`]) {
+    const answer = await exchange(processor.port, `GET /health HTTP/1.1\r\n${hosts}Connection: close\r\n\r\n`);
+    assert.match(answer, /^HTTP\/1\.1 40[03] /);
+    assert.doesNotMatch(answer, /session-token/i);
+  }
+  const answer = await exchange(processor.port, `GET /health HTTP/1.1\r\n${own}Connection: close\r\n\r\n`);
+  assert.match(answer, /^HTTP\/1\.1 200 /);
+});
+
+test('a request that carries an Origin is refused, whatever its value', async (t) => {
+  const { processor } = await startWithStubs(t);
+  for (const origin of ['https://www.zunto.example', 'null', '', `http://127.0.0.1:${processor.port}`]) {
+    const answer = await processor.request('GET', '/health', { headers: { Origin: origin } });
+    assertRefused(answer, 403);
+    assert.equal(answer.headers['x-zunto-session-token'], undefined);
+  }
+});
+
+test('requests that change state need the token', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const id = await processor.begin('/probe', { sourceUrl: link });
+  for (const path of ['/probe', '/jobs', `/jobs/${id}/cancel`, '/jobs/unknown/cancel']) {
+    for (const token of [undefined, '', 'wrong', `${processor.token}x`, processor.token.slice(1)]) {
+      assertRefused(await processor.request('POST', path, { body: media, token }), 401);
+    }
+  }
+});
+
+test('unknown paths and wrong methods are answered in the envelope', async (t) => {
+  const { processor } = await startWithStubs(t);
+  assertRefused(await processor.request('GET', '/'), 404);
+  assertRefused(await processor.request('GET', '/jobs/unknown/more/still'), 404);
+  assertRefused(await processor.request('GET', '/jobs/unknown'), 404);
+  assertRefused(await processor.request('GET', '/jobs/unknown/result'), 404);
+  assertRefused(await processor.post('/jobs/unknown/cancel', {}), 404);
+  assertRefused(await processor.request('POST', '/health', { body: {} }), 405);
+  assertRefused(await processor.request('GET', '/probe'), 405);
+  assertRefused(await processor.request('DELETE', '/jobs'), 405);
+});
+
+test('what is not HTTP gets the envelope too', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const answer = await exchange(processor.port, 'nonsense\r\n\r\n');
+  assert.match(answer, /^HTTP\/1\.1 400 /);
+  assert.ok(JSON.parse(answer.split('\r\n\r\n')[1]).error.message);
+});
+
+test('a body that is no JSON object is refused', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const invalidUtf8 = Buffer.concat([Buffer.from('{"sourceUrl":"'), Buffer.from([0xff, 0xfe]), Buffer.from('"}')]);
+  for (const body of ['', '{', 'null', '[]', '"text"', '[['.repeat(50_000), invalidUtf8]) {
+    assertRefused(await processor.post('/probe', body), 400, /JSON/);
+  }
+});
+
+test('a body that is too large is refused, and the processor lives on', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const body = { ...media, sourceUrl: `https://media.example/${'a'.repeat(5_000_000)}` };
+  assertRefused(await processor.post('/probe', body), 413);
+  assert.equal((await processor.request('GET', '/health')).status, 200);
+});
+
+test('a link that cannot be processed is refused', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const links = [undefined, null, 7, '', '   ', 'media', 'http://media.example/', 'file:///etc/passwd', 'ftp://a.example/'];
+  for (const sourceUrl of [...links, '--version', `https://media.example/${'a'.repeat(100_000)}`, 'https://']) {
+    assertRefused(await processor.post('/probe', { ...media, sourceUrl }), 400);
+  }
+});
+
+test('permission has to be confirmed with true itself', async (t) => {
+  const { processor } = await startWithStubs(t);
+  for (const permissionConfirmed of [undefined, false, 'true', 1]) {
+    for (const path of ['/probe', '/jobs']) {
+      assertRefused(await processor.post(path, { ...media, mode: 'audio', permissionConfirmed }), 400, /permission/);
+    }
+  }
+});
+
+test('an unknown browser or mode is refused', async (t) => {
+  const { processor } = await startWithStubs(t);
+  assertRefused(await processor.post('/probe', { ...media, browserLogin: 'firefox; rm' }), 400, /browser/i);
+  for (const mode of [undefined, 'Video', 'constructor', 3]) {
+    assertRefused(await processor.post('/jobs', { ...media, mode }), 400, /output/);
+  }
+});
+
+test('a quality that was never offered is refused', async (t) => {
+  const { processor } = await startWithStubs(t);
+  await processor.complete('/probe', { sourceUrl: link });
+  for (const quality of [undefined, '', 'No video quality available', '1080p', '720', '720P']) {
+    assertRefused(await processor.post('/jobs', { ...media, mode: 'video', quality }), 400, /quality/);
+  }
+  assert.equal((await processor.post('/jobs', { ...media, mode: 'video', quality: '720p' })).status, 202);
+});
+
+test('a subtitle job needs a track that exists and a known format', async (t) => {
+  const { processor } = await startWithStubs(t);
+  await processor.complete('/probe', { sourceUrl: link });
+  const job = { ...media, mode: 'subtitle' };
+  assertRefused(await processor.post('/jobs', job), 400, /track/);
+  assertRefused(await processor.post('/jobs', { ...job, subtitleLanguage: '', subtitleFormat: 'vtt' }), 400, /track/);
+  assertRefused(await processor.post('/jobs', { ...job, subtitleLanguage: 'subtitle:fr', subtitleFormat: 'vtt' }), 400, /track/);
+  assertRefused(await processor.post('/jobs', { ...job, subtitleLanguage: 'subtitle:en', subtitleFormat: 'ass' }), 400, /VTT/);
+});
+
+test('a result is fetched without a token, whole and with its length', async (t) => {
+  const { processor } = await startWithStubs(t, { resultBytes: 12_345 });
+  const { jobId, result } = await processor.complete('/jobs', { sourceUrl: link, mode: 'audio' });
+  assert.deepEqual(result, { kind: 'file', downloadUrl: `/jobs/${jobId}/result`, filename: 'A clip.m4a' });
+  const { status, headers, body } = await processor.request('GET', `/jobs/${jobId}/result`);
+  assert.equal(status, 200);
+  assert.equal(headers['content-length'], '12345');
+  assert.equal(body.length, 12_345);
+});
+
+test('a job without a file has no result to fetch', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const { jobId, result } = await processor.complete('/probe', { sourceUrl: link });
+  assert.equal(result, undefined);
+  assertRefused(await processor.request('GET', `/jobs/${jobId}/result`), 409);
+});
+
+test('a large result does not pass through the memory', async (t) => {
+  const resultBytes = 600_000_000;
+  const { processor } = await startWithStubs(t, { resultBytes });
+  const { jobId } = await processor.complete('/jobs', { sourceUrl: link, mode: 'audio' });
+  let received = 0;
+  const response = await fetch(`http://127.0.0.1:${processor.port}/jobs/${jobId}/result`);
+  for await (const chunk of response.body) received += chunk.length;
+  assert.equal(received, resultBytes);
+  const memory = await readFile(`/proc/${processor.child.pid}/status`, 'utf8');
+  const peakKilobytes = Number(/VmHWM:\s+(\d+)/.exec(memory)[1]);
+  assert.ok(peakKilobytes < 300_000, `${peakKilobytes} kB`);
+});
+
+test('job identifiers cannot be guessed', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const ids = [];
+  for (let count = 0; count < 3; count += 1) ids.push(await processor.begin('/probe', { sourceUrl: link }));
+  assert.equal(new Set(ids).size, ids.length);
+  for (const id of ids) {
+    assert.match(id, /^[\w-]+$/);
+    assert.ok(Buffer.from(id, 'base64url').length >= 16);
+  }
+});
+
+test('the log names failed requests and never a secret', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const { jobId } = await processor.complete('/jobs', { sourceUrl: `${link}?key=secret-in-link`, mode: 'audio' });
+  await processor.request('GET', `/jobs/${jobId}/nothing`);
+  await processor.request('POST', `/jobs/${jobId}/cancel?token=${processor.token}`, { token: 'wrong', body: {} });
+  const output = processor.output();
+  assert.match(output, /request failed: GET .*: 404/);
+  assert.match(output, /request failed: POST .*: 401/);
+  assert.match(output, /job \S+ audio: downloading/);
+  assert.match(output, /job \S+ audio: completed/);
+  for (const secret of [processor.token, jobId, 'secret-in-link']) assert.ok(!output.includes(secret), secret);
+});

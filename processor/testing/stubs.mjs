@@ -1,0 +1,120 @@
+// Small programs that stand in for yt-dlp, ffmpeg and ffprobe where a test needs them to misbehave or to be slow.
+// They follow a scenario, which is one JSON file beside them.
+
+import { chmod, mkdir, readFile, writeFile } from 'node:fs/promises';
+import path from 'node:path';
+
+const preamble = `#!${process.execPath}
+const fs = require('fs');
+const path = require('path');
+const { spawn } = require('child_process');
+const args = process.argv.slice(2);
+const here = __dirname;
+const scenario = JSON.parse(fs.readFileSync(path.join(here, 'scenario.json'), 'utf8'));
+const say = (line) => fs.writeSync(1, line + '\\n');
+const note = (name, value) => fs.appendFileSync(path.join(here, name), JSON.stringify(value) + '\\n');
+const sleep = (ms) => Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0, ms);
+// Stays for good, with a grandchild that stays too; both deaf to every polite request when asked for.
+function hang(isDeaf) {
+  const script = (isDeaf ? "trap '' TERM INT; " : '') + 'while :; do sleep 1; done';
+  const child = spawn('/bin/sh', ['-c', script], { stdio: 'ignore' });
+  note('hanging', { pid: process.pid, child: child.pid });
+  if (isDeaf) for (const signal of ['SIGTERM', 'SIGINT']) process.on(signal, () => {});
+  setInterval(() => {}, 1000);
+}
+function fail(text) {
+  fs.writeSync(2, text + '\\n');
+  process.exit(1);
+}
+`;
+
+const ytDlp = `${preamble}
+note('calls', { args, env: process.env, cwd: process.cwd() });
+const after = (option) => args[args.indexOf(option) + 1];
+if (args.includes('--dump-single-json')) {
+  if (scenario.inspectError) fail(scenario.inspectError);
+  if (scenario.inspectHangs) hang(scenario.deaf);
+  else say(JSON.stringify((scenario.infos || {})[args.at(-1)] || scenario.info));
+} else {
+  download();
+}
+function download() {
+  const info = JSON.parse(fs.readFileSync(after('--load-info-json'), 'utf8'));
+  const folder = path.dirname(after('--output'));
+  if (args.includes('--write-subs')) {
+    fs.writeFileSync(path.join(folder, 'subtitle.track.' + after('--convert-subs')), scenario.subtitle);
+    return;
+  }
+  for (const id of after('--format').split(',')) {
+    const part = path.join(folder, id + '.mp4.part');
+    fs.writeFileSync(part, 'some bytes');
+    for (const report of scenario.reports[id]) {
+      say('@progress ' + id + ' ' + JSON.stringify({ status: 'downloading', ...report }));
+      sleep(scenario.pauseMs || 0);
+    }
+    if (scenario.downloadError) fail(scenario.downloadError);
+    if (scenario.downloadHangs) return hang(scenario.deaf);
+    fs.renameSync(part, path.join(folder, id + '.mp4'));
+    say('@progress ' + id + ' ' + JSON.stringify({ ...scenario.reports[id].at(-1), status: 'finished' }));
+  }
+}
+`;
+
+const ffmpeg = `${preamble}
+note('ffmpeg-calls', { args });
+if (scenario.convertError) fail(scenario.convertError);
+for (const microseconds of scenario.convertReports || []) {
+  say('out_time_us=' + microseconds);
+  sleep(scenario.pauseMs || 0);
+}
+const output = args.at(-1);
+fs.writeFileSync(output, '');
+fs.truncateSync(output, scenario.resultBytes === undefined ? 1000 : scenario.resultBytes);
+`;
+
+const ffprobe = `${preamble}
+if (scenario.measureFails) fail('no such stream');
+say(JSON.stringify({
+  format: { duration: '10.0' },
+  streams: [
+    { codec_type: 'video', codec_name: 'h264', height: 480 },
+    { codec_type: 'audio', codec_name: 'aac' },
+  ],
+}));
+`;
+
+/** A medium with a separate picture of 900 bytes and a sound of 100 bytes. */
+export const plainInfo = {
+  _type: 'video',
+  title: 'A clip',
+  duration: 10,
+  webpage_url: 'https://media.example/clip',
+  formats: [
+    { format_id: '7', url: 'https://media.example/v', ext: 'mp4', vcodec: 'avc1', acodec: 'none', height: 720, filesize: 900 },
+    { format_id: '8', url: 'https://media.example/a', ext: 'm4a', vcodec: 'none', acodec: 'mp4a.40.2', filesize: 100 },
+  ],
+  subtitles: { en: [{ url: 'https://media.example/s', ext: 'vtt' }] },
+};
+
+/** Writes the stubs into a folder and returns { env, lines(name) }; `lines` reads what they have noted. */
+export async function writeStubs(folder, scenario = {}) {
+  const whole = { info: plainInfo, reports: { video: [], audio: [] }, subtitle: 'WEBVTT\n', ...scenario };
+  await mkdir(folder, { recursive: true });
+  await writeFile(path.join(folder, 'scenario.json'), JSON.stringify(whole));
+  const write = async (name, text) => {
+    const file = path.join(folder, `${name}.cjs`);
+    await writeFile(file, text);
+    await chmod(file, 0o755);
+    return file;
+  };
+  const env = {
+    YT_DLP_PATH: await write('yt-dlp', ytDlp),
+    FFMPEG_PATH: await write('ffmpeg', ffmpeg),
+    FFPROBE_PATH: await write('ffprobe', ffprobe),
+  };
+  const lines = async (name) => {
+    const text = await readFile(path.join(folder, name), 'utf8').catch(() => '');
+    return text.split('\n').filter(Boolean).map((line) => JSON.parse(line));
+  };
+  return { env, lines };
+}
