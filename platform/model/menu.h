@@ -33,6 +33,9 @@ class MenuItem final : public Observable {
 
   [[nodiscard]] std::optional<char> keyEquivalent() const { return keyEquivalent_; }
 
+  /// Whether choosing it does anything; one that has no action only says something.
+  [[nodiscard]] bool hasAction() const { return action_ != nullptr; }
+
   /// For views: the user has chosen the item. Ignored when it is disabled or has no action.
   void userChose() const {
     if (enabled_ && action_) action_();
