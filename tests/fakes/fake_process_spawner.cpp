@@ -23,7 +23,6 @@ SystemError workingFolderFailure(const ChildSpec& spec, std::errc error) {
 /// The end notices that are still to come, by child. Every delayed call holds it weakly.
 struct FakeProcessSpawner::Notices {
   std::map<const FakeChild*, std::function<void()>> ended;
-  std::vector<std::unique_ptr<Timer>> terminations;
 };
 
 FakeChild::FakeChild(Clock& clock, ChildSpec spec, std::function<void(FakeChild&)> notifyEnd)
@@ -57,22 +56,23 @@ void FakeChild::receive(int number) {
   }
 }
 
+void FakeChild::receiveLater(int number, std::chrono::nanoseconds delay) {
+  delayedSignals_.push_back(clock_.callLater(delay, [this, number] { receive(number); }));
+}
+
 namespace {
 
 /// What the program holds of a child.
 class FakeChildProcess final : public ChildProcess {
  public:
-  FakeChildProcess(std::shared_ptr<FakeChild> child,
-                   std::function<void(std::chrono::nanoseconds, std::shared_ptr<FakeChild>)> terminateLater)
-      : child_(std::move(child)), terminateLater_(std::move(terminateLater)) {}
+  explicit FakeChildProcess(std::shared_ptr<FakeChild> child) : child_(std::move(child)) {}
 
   [[nodiscard]] bool isRunning() const override { return child_->isRunning(); }
   void interrupt() override { child_->receive(SIGINT); }
-  void terminateAfter(std::chrono::nanoseconds delay) override { terminateLater_(delay, child_); }
+  void terminateAfter(std::chrono::nanoseconds delay) override { child_->receiveLater(SIGTERM, delay); }
 
  private:
   std::shared_ptr<FakeChild> child_;
-  std::function<void(std::chrono::nanoseconds, std::shared_ptr<FakeChild>)> terminateLater_;
 };
 
 }  // namespace
@@ -109,14 +109,8 @@ std::shared_ptr<ChildProcess> FakeProcessSpawner::launch(const ChildSpec& spec, 
       const std::shared_ptr<Notices> notices = weakNotices.lock();
       if (!notices) return;
       const auto notice = notices->ended.extract(key);
-      notice.mapped()();
+      if (notice.mapped()) notice.mapped()();
     });
-  };
-  const auto terminateLater = [&clock = clock_, weakNotices](std::chrono::nanoseconds delay,
-                                                             const std::shared_ptr<FakeChild>& child) {
-    const std::shared_ptr<Notices> notices = weakNotices.lock();
-    if (!notices) return;
-    notices->terminations.push_back(clock.callLater(delay, [child] { child->receive(SIGTERM); }));
   };
   auto child = std::make_shared<FakeChild>(clock_, spec, notifyEnd);
   notices_->ended.emplace(child.get(), std::move(ended));
@@ -125,7 +119,7 @@ std::shared_ptr<ChildProcess> FakeProcessSpawner::launch(const ChildSpec& spec, 
     const Program program = program_;
     program(*child);
   }
-  return std::make_shared<FakeChildProcess>(std::move(child), terminateLater);
+  return std::make_shared<FakeChildProcess>(std::move(child));
 }
 
 }  // namespace zunto::testing

@@ -47,8 +47,9 @@ class FakeChild {
   /// From now on `respond` decides what `number` does.
   void onSignal(int number, std::function<void(FakeChild&)> respond);
 
-  /// The system's side: delivers `number` when the child runs.
+  /// The system's side: delivers `number` when the child runs, now or after `delay`.
   void receive(int number);
+  void receiveLater(int number, std::chrono::nanoseconds delay);
 
  private:
   Clock& clock_;
@@ -59,6 +60,7 @@ class FakeChild {
   std::vector<Signal> signals_;
   std::set<int> ignored_;
   std::map<int, std::function<void(FakeChild&)>> responses_;
+  std::vector<std::unique_ptr<Timer>> delayedSignals_;
 };
 
 class FakeProcessSpawner final : public ProcessSpawner {
