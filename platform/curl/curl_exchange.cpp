@@ -257,7 +257,10 @@ HttpResponseHead CurlExchange::head() const {
   constexpr int finalAnswer = -1;
   curl_header* header = nullptr;
   while ((header = curl_easy_nextheader(easy_.get(), CURLH_HEADER, finalAnswer, header)) != nullptr) {
-    head.headers.emplace_back(header->name, header->value);
+    // Of an empty value some versions of libcurl leave the end of its line.
+    std::string_view value = header->value;
+    while (value.ends_with('\r') || value.ends_with('\n')) value.remove_suffix(1);
+    head.headers.emplace_back(header->name, value);
   }
   return head;
 }
