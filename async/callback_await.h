@@ -86,6 +86,9 @@ struct NoHandle {};
 
 template <class T, class Start>
 class CallbackAwaiter {
+  static_assert(std::is_trivially_destructible_v<Start>,
+                "GCC 12 destroys a closure in an await twice: capture references to locals of the coroutine");
+
   using Handle = std::invoke_result_t<Start&, Completion<T>>;
   using StoredHandle = std::conditional_t<std::is_void_v<Handle>, NoHandle, Handle>;
 
@@ -139,7 +142,7 @@ class CallbackAwaiter {
 }  // namespace detail
 
 /// Awaits one callback. `start` is called with a Completion<T> when the await begins and answers the handle
-/// that keeps the operation going, or nothing.
+/// that keeps the operation going, or nothing. It must be trivial to destroy, so it captures by reference.
 template <class T, class Start>
 [[nodiscard]] auto awaitCallback(Start start) {
   return detail::CallbackAwaiter<T, Start>(std::move(start), detail::Cancellability::cancellable);

@@ -17,6 +17,8 @@ class RepeatingTimer {
   /// First firing one `interval` (more than zero) from now. `clock` must outlive this object. `fire` may call
   /// invalidate() and may destroy this object.
   RepeatingTimer(Clock& clock, std::chrono::nanoseconds interval, std::function<void()> fire);
+  RepeatingTimer(const RepeatingTimer&) = delete;  // the pending call points to it
+  RepeatingTimer& operator=(const RepeatingTimer&) = delete;
 
   /// Ends the firings; may be called more than once.
   void invalidate();
