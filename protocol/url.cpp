@@ -60,13 +60,16 @@ bool startsEscape(std::string_view text) {
 /// `text` as it may be sent; none when it holds what no link shows.
 std::optional<std::string> encodedAsLink(std::string_view text) {
   const std::size_t authorityEnd = endOfAuthority(text);
+  const std::size_t fragment = std::min(text.find('#'), text.size());
   std::string encoded;
   encoded.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
     if (isBlankOrControl(c)) return std::nullopt;
     const bool strayPercent = c == '%' && !startsEscape(text.substr(i));
-    if (static_cast<unsigned char>(c) >= 0x80 || strayPercent || isBareInBrowsers(c, i < authorityEnd)) {
+    const bool insideFragment = c == '#' && i > fragment;
+    if (static_cast<unsigned char>(c) >= 0x80 || strayPercent || insideFragment ||
+        isBareInBrowsers(c, i < authorityEnd)) {
       appendPercentEncoded(encoded, c);
     } else {
       encoded += c;
