@@ -1,0 +1,56 @@
+#include "protocol/text.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace zunto {
+namespace {
+
+TEST(Utf8Text, IsRecognised) {
+  for (const char* text : {"", "a", "é", "…", "\U0001F600", "\U0010FFFF", "\x7f"})
+    EXPECT_TRUE(isUtf8(text)) << text;
+  EXPECT_TRUE(isUtf8(std::string(1, '\0')));
+}
+
+TEST(Utf8Text, OtherBytesAreNot) {
+  for (const char* text : {"\xff", "\x80", "a\xc3", "\xc0\xaf", "\xe0\x80\x80", "\xed\xa0\x80",
+                           "\xf4\x90\x80\x80", "\xf8\x88\x80\x80\x80", "ok\xe2\x80"}) {
+    EXPECT_FALSE(isUtf8(text)) << text;
+  }
+}
+
+TEST(TrimmedText, LosesWhiteSpaceAndLineEndsAtBothEndsOnly) {
+  EXPECT_EQ(trimmed(" \t\r\n\v\f a b \n"), "a b");
+  EXPECT_EQ(trimmed("a"), "a");
+}
+
+TEST(TrimmedText, LosesTheWhiteSpaceOfUnicodeToo) {
+  EXPECT_EQ(trimmed("\u00A0\u2003\u3000a\u2028\u2029\u0085"), "a");
+}
+
+TEST(TrimmedText, OfWhiteSpaceAloneIsEmpty) {
+  EXPECT_EQ(trimmed(""), "");
+  EXPECT_EQ(trimmed(" \u2003\n"), "");
+}
+
+TEST(TrimmedText, KeepsOtherCharactersAndStrayBytes) {
+  EXPECT_EQ(trimmed(" …é "), "…é");
+  EXPECT_EQ(trimmed(" \xff "), "\xff");
+}
+
+TEST(CapitalizedWords, UpperCaseTheFirstLetterOfEachWordAndLowerCaseTheRest) {
+  EXPECT_EQ(capitalizedWords("downloading"), "Downloading");
+  EXPECT_EQ(capitalizedWords("POST processing"), "Post Processing");
+  EXPECT_EQ(capitalizedWords("a b"), "A B");
+  EXPECT_EQ(capitalizedWords("it's done"), "It's Done");
+  EXPECT_EQ(capitalizedWords("waiting-for retry"), "Waiting-For Retry");
+  EXPECT_EQ(capitalizedWords(""), "");
+}
+
+TEST(CapitalizedWords, KeepCharactersOutsideAscii) {
+  EXPECT_EQ(capitalizedWords("élan VITAL…"), "élan Vital…");
+}
+
+}  // namespace
+}  // namespace zunto
