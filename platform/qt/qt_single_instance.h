@@ -17,6 +17,8 @@
 
 namespace zunto {
 
+class QtSocketChannel;
+
 /// What a start asks of the instance that runs: a link, or none to come forward. The token lets it take the
 /// focus.
 struct LaunchRequest {
@@ -50,13 +52,10 @@ class QtSingleInstance final {
   /// that came before a handler was set is delivered then.
   void setActivateHandler(std::function<void()> handler);
 
-  /// What a channel between instances delivers to. For the channels of this folder.
-  void received(const LaunchRequest& request);
-
  private:
   class BusChannel;
-  class SocketChannel;
 
+  void received(const LaunchRequest& request);
   void scheduleActivation();
 
   Clock& clock_;
@@ -66,7 +65,7 @@ class QtSingleInstance final {
   bool activationWaits_ = false;
   std::shared_ptr<QtSingleInstance*> self_;
   std::unique_ptr<BusChannel> busChannel_;
-  std::unique_ptr<SocketChannel> socketChannel_;
+  std::unique_ptr<QtSocketChannel> socketChannel_;
 };
 
 }  // namespace zunto

@@ -19,19 +19,15 @@ class QtStatusBar final : public StatusBar {
   explicit QtStatusBar(std::optional<QDBusConnection> bus);
   ~QtStatusBar() override;
 
-  /// One item at a time is shown: the latest.
+  /// One item at a time is shown. It must not outlive the bar.
   [[nodiscard]] std::shared_ptr<StatusItem> makeStatusItem() override;
 
   /// For windows.
   [[nodiscard]] QtStatusMenu& statusMenu() { return statusMenu_; }
 
  private:
-  class Notifier;
-
   std::optional<QDBusConnection> bus_;
   QtStatusMenu statusMenu_;
-  Observable::Subscription itemChanges_;
-  std::unique_ptr<Notifier> notifier_;
 };
 
 }  // namespace zunto

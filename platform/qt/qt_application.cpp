@@ -1,0 +1,184 @@
+#include "platform/qt/qt_application.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QApplication>
+#include <QEvent>
+#include <QIcon>
+#include <QSocketNotifier>
+#include <QTimer>
+#include <QWidget>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+#include "platform/qt/qt_pop_up.h"
+#include "platform/qt/qt_status_icon.h"
+
+namespace zunto {
+
+namespace {
+
+constexpr std::array<int, 3> endingSignals{SIGTERM, SIGINT, SIGHUP};
+
+/// Where a signal handler writes to: it is given nothing but the signal, so it finds the pipe here.
+std::atomic<int> signalPipe{-1};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+extern "C" void noteSignal(int) {
+  const int keptError = errno;
+  const char note = 1;
+  // A full pipe has notes enough.
+  [[maybe_unused]] const ssize_t written = write(signalPipe.load(), &note, 1);
+  errno = keptError;
+}
+
+std::string startupToken() {
+  const QByteArray token = qgetenv("XDG_ACTIVATION_TOKEN");
+  return (token.isEmpty() ? qgetenv("DESKTOP_STARTUP_ID") : token).toStdString();
+}
+
+}  // namespace
+
+/// Turns the signals that end a program into a turn of the main loop.
+class QtApplication::SignalTurns {
+ public:
+  explicit SignalTurns(std::function<void()> ended) {
+    if (pipe2(pipe_.data(), O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("no pipe for signals");
+    signalPipe = pipe_[1];
+    notifier_ = std::make_unique<QSocketNotifier>(pipe_[0], QSocketNotifier::Read);
+    QObject::connect(notifier_.get(), &QSocketNotifier::activated, notifier_.get(),
+                     [this, ended = std::move(ended)] {
+                       std::array<char, 16> notes{};
+                       while (read(pipe_[0], notes.data(), notes.size()) > 0) {
+                       }
+                       ended();
+                     });
+    for (std::size_t i = 0; i < endingSignals.size(); ++i) takeOver(i);
+  }
+  SignalTurns(const SignalTurns&) = delete;
+  SignalTurns& operator=(const SignalTurns&) = delete;
+  ~SignalTurns() {
+    for (std::size_t i = 0; i < endingSignals.size(); ++i) sigaction(endingSignals[i], &earlier_[i], nullptr);
+    signalPipe = -1;
+    notifier_.reset();
+    close(pipe_[0]);
+    close(pipe_[1]);
+  }
+
+ private:
+  void takeOver(std::size_t index) {
+    sigaction(endingSignals[index], nullptr, &earlier_[index]);
+    if (earlier_[index].sa_handler == SIG_IGN) return;
+    struct sigaction action {};
+    action.sa_handler = noteSignal;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaction(endingSignals[index], &action, nullptr);
+  }
+
+  std::array<int, 2> pipe_{-1, -1};
+  std::array<struct sigaction, endingSignals.size()> earlier_{};
+  std::unique_ptr<QSocketNotifier> notifier_;
+};
+
+class QtApplication::Native final : public QApplication {
+ public:
+  Native(QtApplication& owner, int& argc, char** argv) : QApplication(argc, argv), owner_(owner) {}
+
+  bool event(QEvent* event) override {
+    // The end of the desktop session, or Qt's quit(). Left to Qt it would close the windows, which here means
+    // no more than hiding them.
+    if (event->type() == QEvent::Quit) {
+      owner_.terminate();
+      return true;
+    }
+    return QApplication::event(event);
+  }
+
+  /// Qt ends the program by exit() when the display is gone; the delegate is told all the same.
+  static void endAtExit() {
+    if (auto* running = dynamic_cast<Native*>(QCoreApplication::instance())) running->owner_.endDelegate();
+  }
+
+ private:
+  QtApplication& owner_;
+};
+
+QtApplication::QtApplication(int argc, char** argv)
+    : activationToken_(startupToken()), argc_(argc), argv_(argv) {
+  QCoreApplication::setApplicationName(QStringLiteral("ZUNTO Helper"));
+  QGuiApplication::setApplicationDisplayName(QStringLiteral("ZUNTO Helper"));
+  QGuiApplication::setDesktopFileName(QStringLiteral("zunto-helper"));
+  // Neither the last window nor the last job of the desktop's libraries ends the program.
+  QGuiApplication::setQuitOnLastWindowClosed(false);
+  QCoreApplication::setQuitLockEnabled(false);
+  native_ = std::make_unique<Native>(*this, argc_, argv_);
+  QGuiApplication::setWindowIcon(makeStatusIcon(StatusMark::none));
+  nameQtPopUpsForScreenReaders();
+  signals_ = std::make_unique<SignalTurns>([this] { terminate(); });
+  std::atexit(&Native::endAtExit);
+}
+
+QtApplication::~QtApplication() = default;
+
+std::optional<std::string> QtApplication::linkArgument() const {
+  if (argc_ < 2) return std::nullopt;
+  return std::string(argv_[1]);
+}
+
+void QtApplication::activateIgnoringOtherApps() {
+  for (QWidget* window : QApplication::topLevelWidgets()) {
+    if (!window->isVisible() || window->windowType() == Qt::Popup || window->windowType() == Qt::ToolTip) {
+      continue;
+    }
+    window->raise();
+    window->activateWindow();
+  }
+  // A dialog stands in front of the window that it blocks.
+  if (QWidget* dialog = QApplication::activeModalWidget()) {
+    dialog->raise();
+    dialog->activateWindow();
+  }
+}
+
+void QtApplication::terminate() {
+  endDelegate();
+  QCoreApplication::exit(0);
+}
+
+void QtApplication::endDelegate() {
+  if (std::exchange(terminated_, true)) return;
+  if (const std::shared_ptr<ApplicationDelegate> delegate = delegate_.lock()) {
+    delegate->applicationWillTerminate();
+  }
+}
+
+void QtApplication::setDelegate(std::weak_ptr<ApplicationDelegate> delegate) {
+  delegate_ = std::move(delegate);
+}
+
+void QtApplication::setActivationPolicy(ActivationPolicy) {
+  // A program with a window shows in the task bar without being asked to.
+}
+
+void QtApplication::run() {
+  if (terminated_) return;
+  QTimer::singleShot(0, native_.get(), [this] { finishLaunching(); });
+  QCoreApplication::exec();
+  endDelegate();
+}
+
+void QtApplication::finishLaunching() {
+  if (terminated_) return;
+  if (const std::shared_ptr<ApplicationDelegate> delegate = delegate_.lock()) {
+    delegate->applicationDidFinishLaunching();
+  }
+}
+
+}  // namespace zunto

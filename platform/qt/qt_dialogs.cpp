@@ -1,0 +1,178 @@
+#include "platform/qt/qt_dialogs.h"
+
+#include <QApplication>
+#include <QDialog>
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPointer>
+#include <QPushButton>
+#include <QStandardPaths>
+#include <algorithm>
+#include <list>
+#include <utility>
+
+#include "platform/qt/qt_text.h"
+
+namespace zunto {
+
+namespace {
+
+/// What a dialog stands in front of: the dialog that is open already, else the program's window, if it can be
+/// seen.
+QWidget* frontWindow() {
+  if (QWidget* dialog = QApplication::activeModalWidget()) return dialog;
+  for (QWidget* window : QApplication::topLevelWidgets()) {
+    if (window->windowType() == Qt::Window && window->isVisible() && !window->isMinimized()) return window;
+  }
+  return nullptr;
+}
+
+void bringToFront(QDialog& dialog) {
+  dialog.open();
+  dialog.raise();
+  dialog.activateWindow();
+}
+
+std::filesystem::path asPath(const QString& text) { return QFile::encodeName(text).toStdString(); }
+
+QString asQString(const std::filesystem::path& path) {
+  return QFile::decodeName(QByteArray::fromStdString(path.native()));
+}
+
+bool isFolder(const std::filesystem::path& path) {
+  std::error_code ignored;
+  return std::filesystem::is_directory(path, ignored);
+}
+
+/// A name within the folder that is shown, or an empty one.
+QString nameWithin(const std::string& suggested) {
+  const QString name = toQString(suggested).section(QLatin1Char('/'), -1);
+  return name == QLatin1String(".") || name == QLatin1String("..") ? QString() : name;
+}
+
+}  // namespace
+
+/// The dialogs that wait for an answer. A dialog is the child of the window it stands in front of, which may
+/// end before it is answered and takes it along.
+class QtDialogs::OpenDialogs {
+ public:
+  OpenDialogs() = default;
+  OpenDialogs(const OpenDialogs&) = delete;
+  OpenDialogs& operator=(const OpenDialogs&) = delete;
+  ~OpenDialogs() {
+    for (const QPointer<QDialog>& dialog : dialogs_) {
+      if (dialog) const std::unique_ptr<QDialog> ended(dialog.data());
+    }
+  }
+
+  void add(QDialog& dialog) { dialogs_.emplace_back(&dialog); }
+
+  void remove(QDialog& dialog) {
+    dialogs_.remove_if([&dialog](const QPointer<QDialog>& each) { return !each || each == &dialog; });
+    dialog.deleteLater();
+  }
+
+ private:
+  std::list<QPointer<QDialog>> dialogs_;
+};
+
+QtDialogs::QtDialogs(Clock& clock) : clock_(clock), open_(std::make_shared<OpenDialogs>()) {}
+
+QtDialogs::~QtDialogs() = default;
+
+namespace {
+
+std::unique_ptr<QMessageBox> makeMessageBox(const Alert& alert) {
+  auto box = std::make_unique<QMessageBox>(frontWindow());
+  box->setIcon(QMessageBox::Warning);
+  box->setWindowTitle(QGuiApplication::applicationDisplayName());
+  box->setTextFormat(Qt::PlainText);
+  box->setText(toQString(alert.messageText));
+  box->setInformativeText(toQString(alert.informativeText));
+  // The message may be the system's: no markup in it counts.
+  if (auto* message = box->findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
+    message->setTextFormat(Qt::PlainText);
+  }
+  box->setWindowModality(Qt::ApplicationModal);
+  return box;
+}
+
+/// In the given order: buttons of one role are not rearranged.
+QList<QAbstractButton*> addButtons(QMessageBox& box, const std::vector<std::string>& titles) {
+  QList<QAbstractButton*> buttons;
+  for (const std::string& title : titles) {
+    buttons.append(box.addButton(withoutMnemonic(title), QMessageBox::ActionRole));
+  }
+  if (buttons.isEmpty()) return buttons;
+  box.setDefaultButton(qobject_cast<QPushButton*>(buttons.front()));
+  box.setEscapeButton(buttons.front());
+  return buttons;
+}
+
+}  // namespace
+
+void QtDialogs::showAlert(const Alert& alert, std::function<void(std::size_t button)> answered) {
+  QMessageBox& box = *makeMessageBox(alert).release();
+  open_->add(box);
+  const QList<QAbstractButton*> buttons = addButtons(box, alert.buttons);
+  const auto finish = [&box, buttons, &clock = clock_, open = std::weak_ptr<OpenDialogs>(open_),
+                       answered = std::move(answered)] {
+    const qsizetype index = std::max<qsizetype>(0, buttons.indexOf(box.clickedButton()));
+    if (const std::shared_ptr<OpenDialogs> dialogs = open.lock()) dialogs->remove(box);
+    clock.post([open, answered, index] {
+      if (!open.expired()) answered(static_cast<std::size_t>(index));
+    });
+  };
+  QObject::connect(&box, &QDialog::finished, &box, finish);
+  bringToFront(box);
+}
+
+namespace {
+
+std::filesystem::path downloadsFolder() {
+  const std::filesystem::path downloads =
+      asPath(QStandardPaths::writableLocation(QStandardPaths::DownloadLocation));
+  return isFolder(downloads) ? downloads
+                             : asPath(QStandardPaths::writableLocation(QStandardPaths::HomeLocation));
+}
+
+std::unique_ptr<QFileDialog> makeFileDialog(const SavePanel& panel, const std::filesystem::path& folder) {
+  auto dialog = std::make_unique<QFileDialog>(frontWindow());
+  dialog->setAcceptMode(QFileDialog::AcceptSave);
+  dialog->setFileMode(QFileDialog::AnyFile);
+  dialog->setWindowTitle(toQString(panel.title));
+  dialog->setOption(QFileDialog::ReadOnly, !panel.canCreateFolders);
+  dialog->setDirectory(asQString(folder));
+  const QString name = nameWithin(panel.suggestedName);
+  if (!name.isEmpty()) dialog->selectFile(asQString(folder) + QLatin1Char('/') + name);
+  dialog->setWindowModality(Qt::ApplicationModal);
+  return dialog;
+}
+
+}  // namespace
+
+void QtDialogs::showSavePanel(const SavePanel& panel,
+                              std::function<void(std::optional<std::filesystem::path>)> chosen) {
+  if (!isFolder(saveFolder_)) saveFolder_ = downloadsFolder();
+  QFileDialog& dialog = *makeFileDialog(panel, saveFolder_).release();
+  open_->add(dialog);
+  const auto finish = [this, &dialog, open = std::weak_ptr<OpenDialogs>(open_),
+                       chosen = std::move(chosen)](int result) {
+    std::optional<std::filesystem::path> location;
+    if (result == QDialog::Accepted && !dialog.selectedFiles().isEmpty()) {
+      location = asPath(dialog.selectedFiles().front());
+      saveFolder_ = location->parent_path();
+    }
+    if (const std::shared_ptr<OpenDialogs> dialogs = open.lock()) dialogs->remove(dialog);
+    clock_.post([open, chosen, location] {
+      if (!open.expired()) chosen(location);
+    });
+  };
+  QObject::connect(&dialog, &QDialog::finished, &dialog, finish);
+  bringToFront(dialog);
+}
+
+}  // namespace zunto

@@ -1,0 +1,44 @@
+// A pop-up button as a combo box that shows its model and nothing else.
+//
+// Owner: the window that it stands in. Thread: main thread only.
+#pragma once
+
+#include <QComboBox>
+#include <string>
+#include <vector>
+
+#include "platform/model/controls.h"
+
+namespace zunto {
+
+class QtPopUp final : public QComboBox {
+ public:
+  /// Mirrors `model`, which must outlive it.
+  QtPopUp(PopUpButton& model, QWidget* parent);
+
+  void mirrorItems();
+
+  /// As wide as the selected title asks, within reason.
+  [[nodiscard]] QSize sizeHint() const override;
+  /// Narrower than the longest title: a title that does not fit ends in an ellipsis.
+  [[nodiscard]] QSize minimumSizeHint() const override;
+
+  void showPopup() override;
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  void keyPressEvent(QKeyEvent* event) override;
+  void wheelEvent(QWheelEvent* event) override;
+
+ private:
+  [[nodiscard]] int widthForCharacters(int count) const;
+
+  PopUpButton& model_;
+  std::vector<std::string> shownTitles_;
+};
+
+/// From now on a QtPopUp has its given name for screen readers (Qt alone gives a combo box the selected title
+/// for a name, which leaves it nameless) and the selected title as its description.
+void nameQtPopUpsForScreenReaders();
+
+}  // namespace zunto

@@ -1,0 +1,21 @@
+// The program's picture in the desktop: a tile with a letter, legible on light and dark bars.
+// Plain functions; main thread only.
+#pragma once
+
+#include <QIcon>
+#include <QImage>
+
+namespace zunto {
+
+enum class StatusMark {
+  none,
+  dot  ///< a filled dot in the corner
+};
+
+/// A square picture with `side` pixels.
+[[nodiscard]] QImage drawStatusIcon(int side, StatusMark mark);
+
+/// The same in the sizes that desktops ask for.
+[[nodiscard]] QIcon makeStatusIcon(StatusMark mark);
+
+}  // namespace zunto

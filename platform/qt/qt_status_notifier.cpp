@@ -1,0 +1,252 @@
+#include "platform/qt/qt_status_notifier.h"
+
+#include <QCoreApplication>
+#include <QDBusArgument>
+#include <QDBusConnectionInterface>
+#include <QDBusMetaType>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
+#include <QtEndian>
+#include <utility>
+
+#include "platform/qt/qt_status_icon.h"
+#include "platform/qt/qt_text.h"
+
+namespace zunto {
+
+namespace {
+
+constexpr QLatin1String itemInterface("org.kde.StatusNotifierItem");
+constexpr QLatin1String itemPath("/StatusNotifierItem");
+constexpr QLatin1String menuPath("/MenuBar");
+constexpr QLatin1String watcherName("org.kde.StatusNotifierWatcher");
+constexpr QLatin1String watcherPath("/StatusNotifierWatcher");
+constexpr QLatin1String watcherInterface("org.kde.StatusNotifierWatcher");
+
+struct WirePixmap {
+  int width = 0;
+  int height = 0;
+  QByteArray pixels;  ///< ARGB, big-endian
+};
+
+struct WireToolTip {
+  QString iconName;
+  QList<WirePixmap> icon;
+  QString title;
+  QString description;
+};
+
+QDBusArgument& operator<<(QDBusArgument& out, const WirePixmap& pixmap) {
+  out.beginStructure();
+  out << pixmap.width << pixmap.height << pixmap.pixels;
+  out.endStructure();
+  return out;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& in, WirePixmap& pixmap) {
+  in.beginStructure();
+  in >> pixmap.width >> pixmap.height >> pixmap.pixels;
+  in.endStructure();
+  return in;
+}
+
+QDBusArgument& operator<<(QDBusArgument& out, const WireToolTip& tip) {
+  out.beginStructure();
+  out << tip.iconName << tip.icon << tip.title << tip.description;
+  out.endStructure();
+  return out;
+}
+
+const QDBusArgument& operator>>(const QDBusArgument& in, WireToolTip& tip) {
+  in.beginStructure();
+  in >> tip.iconName >> tip.icon >> tip.title >> tip.description;
+  in.endStructure();
+  return in;
+}
+
+/// Registering again changes nothing.
+void registerTypes() {
+  qDBusRegisterMetaType<WirePixmap>();
+  qDBusRegisterMetaType<QList<WirePixmap>>();
+  qDBusRegisterMetaType<WireToolTip>();
+}
+
+WirePixmap wirePixmap(int side, StatusMark mark) {
+  const QImage image = drawStatusIcon(side, mark).convertToFormat(QImage::Format_ARGB32);
+  WirePixmap result{side, side, QByteArray(static_cast<qsizetype>(side) * side * 4, '\0')};
+  auto* out = reinterpret_cast<uchar*>(result.pixels.data());
+  for (int y = 0; y < side; ++y) {
+    for (int x = 0; x < side; ++x, out += 4) qToBigEndian<quint32>(image.pixel(x, y), out);
+  }
+  return result;
+}
+
+/// A bar that shows pictures shows the title's mark as a dot on the program's picture.
+StatusMark markIn(const QString& title) {
+  return title.endsWith(QChar(0x25cf)) ? StatusMark::dot : StatusMark::none;
+}
+
+QList<WirePixmap> wireIcon(const QString& title) {
+  QList<WirePixmap> result;
+  for (const int side : {16, 22, 24, 32, 48, 64}) result.append(wirePixmap(side, markIn(title)));
+  return result;
+}
+
+constexpr const char* itemDescription = R"xml(
+  <interface name="org.kde.StatusNotifierItem">
+    <property name="Category" type="s" access="read"/>
+    <property name="Id" type="s" access="read"/>
+    <property name="Title" type="s" access="read"/>
+    <property name="Status" type="s" access="read"/>
+    <property name="WindowId" type="i" access="read"/>
+    <property name="IconThemePath" type="s" access="read"/>
+    <property name="Menu" type="o" access="read"/>
+    <property name="ItemIsMenu" type="b" access="read"/>
+    <property name="IconName" type="s" access="read"/>
+    <property name="IconPixmap" type="a(iiay)" access="read"/>
+    <property name="OverlayIconName" type="s" access="read"/>
+    <property name="OverlayIconPixmap" type="a(iiay)" access="read"/>
+    <property name="AttentionIconName" type="s" access="read"/>
+    <property name="AttentionIconPixmap" type="a(iiay)" access="read"/>
+    <property name="AttentionMovieName" type="s" access="read"/>
+    <property name="ToolTip" type="(sa(iiay)ss)" access="read"/>
+    <method name="ContextMenu"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
+    <method name="Activate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
+    <method name="SecondaryActivate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
+    <method name="Scroll"><arg type="i" direction="in"/><arg type="s" direction="in"/></method>
+    <signal name="NewTitle"/>
+    <signal name="NewIcon"/>
+    <signal name="NewToolTip"/>
+    <signal name="NewMenu"/>
+  </interface>
+)xml";
+
+QDBusMessage watcherCall(const QString& interface, const QString& method, const QVariantList& arguments) {
+  QDBusMessage call = QDBusMessage::createMethodCall(watcherName, watcherPath, interface, method);
+  call.setAutoStartService(false);
+  call.setArguments(arguments);
+  return call;
+}
+
+}  // namespace
+
+QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStatusMenu& statusMenu)
+    : bus_(std::move(bus)),
+      item_(item),
+      statusMenu_(statusMenu),
+      serviceName_(QStringLiteral("org.kde.StatusNotifierItem-%1-1").arg(QCoreApplication::applicationPid())),
+      object_(bus_, itemPath,
+              {.interface = itemInterface,
+               .description = QString::fromLatin1(itemDescription),
+               .properties = [this] { return properties(); },
+               .call = [this](const QDBusMessage& call,
+                              const QDBusConnection& from) { return answer(call, from); }}),
+      watcherPresence_(watcherName, bus_, QDBusServiceWatcher::WatchForOwnerChange) {
+  registerTypes();
+  bus_.registerService(serviceName_);
+  offerMenu();
+  shownTitle_ = toQString(item_.buttonTitle());
+  changes_ = item_.observe([this] { mirror(); });
+
+  QObject::connect(&watcherPresence_, &QDBusServiceWatcher::serviceOwnerChanged, &replyContext_,
+                   [this](const QString&, const QString&, const QString& owner) {
+                     if (owner.isEmpty()) {
+                       statusMenu_.setShownByDesktop(false);
+                     } else {
+                       announce();
+                     }
+                   });
+  hostNews_.setSingleShot(true);
+  QObject::connect(&hostNews_, &QTimer::timeout, &replyContext_, [this] { askForHost(); });
+  for (const char* news : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
+    bus_.connect(watcherName, watcherPath, watcherInterface, QString::fromLatin1(news), &hostNews_,
+                 SLOT(start()));
+  }
+  announce();
+}
+
+QtStatusNotifier::~QtStatusNotifier() {
+  statusMenu_.setShownByDesktop(false);
+  // The watcher forgets the item when its name is gone.
+  bus_.unregisterService(serviceName_);
+}
+
+void QtStatusNotifier::announce() {
+  const QDBusPendingCall call = bus_.asyncCall(
+      watcherCall(watcherInterface, QStringLiteral("RegisterStatusNotifierItem"), {serviceName_}));
+  auto watcher = std::make_unique<QDBusPendingCallWatcher>(call, &replyContext_);
+  QObject::connect(watcher.get(), &QDBusPendingCallWatcher::finished, &replyContext_,
+                   [this](QDBusPendingCallWatcher* finished) {
+                     finished->deleteLater();
+                     if (!finished->isError()) askForHost();
+                   });
+  watcher.release();  // its parent owns it
+}
+
+void QtStatusNotifier::askForHost() {
+  const QDBusPendingCall call = bus_.asyncCall(
+      watcherCall(QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"),
+                  {QString(watcherInterface), QStringLiteral("IsStatusNotifierHostRegistered")}));
+  auto watcher = std::make_unique<QDBusPendingCallWatcher>(call, &replyContext_);
+  QObject::connect(watcher.get(), &QDBusPendingCallWatcher::finished, &replyContext_,
+                   [this](QDBusPendingCallWatcher* finished) {
+                     finished->deleteLater();
+                     const QDBusPendingReply<QDBusVariant> reply = *finished;
+                     statusMenu_.setShownByDesktop(!reply.isError() && reply.value().variant().toBool());
+                   });
+  watcher.release();  // its parent owns it
+}
+
+void QtStatusNotifier::mirror() {
+  if (item_.menu() != offered_) {
+    offerMenu();
+    object_.emitSignal(QStringLiteral("NewMenu"));
+  }
+  const QString title = toQString(item_.buttonTitle());
+  if (title == std::exchange(shownTitle_, title)) return;
+  for (const char* news : {"NewTitle", "NewIcon", "NewToolTip"})
+    object_.emitSignal(QString::fromLatin1(news));
+}
+
+void QtStatusNotifier::offerMenu() {
+  offered_ = item_.menu();
+  actions_.emplace(offered_);
+  popUpMenu_.addActions(actions_->actions());
+  menu_.reset();  // two objects cannot stand at one path
+  menu_ = std::make_unique<QtDBusMenu>(bus_, menuPath, offered_);
+}
+
+QVariantMap QtStatusNotifier::properties() const {
+  const QString title = toQString(item_.buttonTitle());
+  const QVariant noIcon = QVariant::fromValue(QList<WirePixmap>());
+  return {{QStringLiteral("Category"), QStringLiteral("ApplicationStatus")},
+          {QStringLiteral("Id"), QStringLiteral("zunto-helper")},
+          {QStringLiteral("Title"), title},
+          {QStringLiteral("Status"), QStringLiteral("Active")},
+          {QStringLiteral("WindowId"), 0},
+          {QStringLiteral("IconThemePath"), QString()},
+          {QStringLiteral("Menu"), QVariant::fromValue(QDBusObjectPath(QString(menuPath)))},
+          {QStringLiteral("ItemIsMenu"), true},
+          {QStringLiteral("IconName"), QString()},
+          {QStringLiteral("IconPixmap"), QVariant::fromValue(wireIcon(title))},
+          {QStringLiteral("OverlayIconName"), QString()},
+          {QStringLiteral("OverlayIconPixmap"), noIcon},
+          {QStringLiteral("AttentionIconName"), QString()},
+          {QStringLiteral("AttentionIconPixmap"), noIcon},
+          {QStringLiteral("AttentionMovieName"), QString()},
+          {QStringLiteral("ToolTip"), QVariant::fromValue(WireToolTip{QString(), {}, title, QString()})}};
+}
+
+bool QtStatusNotifier::answer(const QDBusMessage& call, const QDBusConnection& bus) {
+  const QString request = call.member() + QLatin1Char(' ') + call.signature();
+  const bool isMenu = request == QLatin1String("Activate ii") || request == QLatin1String("ContextMenu ii") ||
+                      request == QLatin1String("SecondaryActivate ii");
+  if (!isMenu && request != QLatin1String("Scroll is")) return false;
+  bus.send(call.createReply());
+  // The item is nothing but its menu; most hosts show it themselves.
+  if (isMenu) popUpMenu_.popup(QPoint(call.arguments()[0].toInt(), call.arguments()[1].toInt()));
+  return true;
+}
+
+}  // namespace zunto

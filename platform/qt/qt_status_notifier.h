@@ -1,0 +1,55 @@
+// One status item on the bus (org.kde.StatusNotifierItem), announced to the desktop's watcher whenever there
+// is one.
+//
+// Owner: the QtStatusBar. Thread: main thread only.
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusServiceWatcher>
+#include <QMenu>
+#include <QTimer>
+#include <memory>
+#include <optional>
+
+#include "platform/model/status_item.h"
+#include "platform/qt/qt_dbus_menu.h"
+#include "platform/qt/qt_dbus_object.h"
+#include "platform/qt/qt_menu_actions.h"
+#include "platform/qt/qt_status_menu.h"
+
+namespace zunto {
+
+class QtStatusNotifier {
+ public:
+  /// Shows `item` while this object lives, and tells `statusMenu` whether a host of the desktop shows it.
+  /// Both must outlive this object.
+  QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStatusMenu& statusMenu);
+  QtStatusNotifier(const QtStatusNotifier&) = delete;
+  QtStatusNotifier& operator=(const QtStatusNotifier&) = delete;
+  ~QtStatusNotifier();
+
+ private:
+  void mirror();
+  void offerMenu();
+  void announce();
+  void askForHost();
+  [[nodiscard]] QVariantMap properties() const;
+  bool answer(const QDBusMessage& call, const QDBusConnection& bus);
+
+  QDBusConnection bus_;
+  StatusItem& item_;
+  QtStatusMenu& statusMenu_;
+  QString serviceName_;
+  std::shared_ptr<const Menu> offered_;
+  QMenu popUpMenu_;  ///< for hosts that ask the program to show the menu itself
+  std::optional<QtMenuActions> actions_;
+  std::unique_ptr<QtDBusMenu> menu_;
+  QtDBusObject object_;
+  QDBusServiceWatcher watcherPresence_;
+  QTimer hostNews_;       ///< a turn after the watcher has reported a change of its hosts
+  QObject replyContext_;  ///< replies that are under way end with it
+  QString shownTitle_;
+  Observable::Subscription changes_;
+};
+
+}  // namespace zunto

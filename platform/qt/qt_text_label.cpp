@@ -1,0 +1,211 @@
+#include "platform/qt/qt_text_label.h"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QEvent>
+#include <QFontInfo>
+#include <QFontMetrics>
+#include <QPainter>
+#include <QTextOption>
+#include <algorithm>
+#include <cmath>
+
+#include "platform/qt/qt_text.h"
+
+namespace zunto {
+
+namespace {
+
+/// The size of the system font that the models' font sizes were chosen beside.
+constexpr double referenceFontSize = 13;
+
+/// How wide a wrapping label wants to be at most; a window makes it wider or narrower.
+constexpr int wrappingWidthInCharacters = 60;
+
+double linear(double channel) {
+  return channel <= 0.04045 ? channel / 12.92 : std::pow((channel + 0.055) / 1.055, 2.4);
+}
+
+double luminance(const QColor& color) {
+  return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) + 0.0722 * linear(color.blueF());
+}
+
+double contrast(const QColor& one, const QColor& other) {
+  const double a = luminance(one);
+  const double b = luminance(other);
+  return (std::max(a, b) + 0.05) / (std::min(a, b) + 0.05);
+}
+
+QColor mix(const QColor& text, const QColor& background, float share) {
+  const auto channel = [share](float a, float b) { return a * share + b * (1 - share); };
+  return QColor::fromRgbF(channel(text.redF(), background.redF()),
+                          channel(text.greenF(), background.greenF()),
+                          channel(text.blueF(), background.blueF()));
+}
+
+QFont::Weight nativeWeight(FontWeight weight) {
+  switch (weight) {
+    case FontWeight::semibold:
+      return QFont::DemiBold;
+    case FontWeight::bold:
+      return QFont::Bold;
+    case FontWeight::regular:
+      break;
+  }
+  return QFont::Normal;
+}
+
+/// Size and weight apart, the desktop's font. Sizes grow with a user who has chosen a larger font, and are
+/// never smaller than asked for.
+QFont nativeFont(const Font& font, const QWidget& widget) {
+  QFont result = QApplication::font(&widget);
+  if (font.weight != FontWeight::regular) result.setWeight(nativeWeight(font.weight));
+  if (font.size) {
+    const double scale = std::max(1.0, QFontInfo(result).pixelSize() / referenceFontSize);
+    result.setPixelSize(static_cast<int>(std::lround(*font.size * scale)));
+  }
+  return result;
+}
+
+/// Tool tips guess whether they are given markup; a title from elsewhere must stay a text.
+QString asToolTip(const QString& text) {
+  return QLatin1String("<qt>") + text.toHtmlEscaped() + QLatin1String("</qt>");
+}
+
+}  // namespace
+
+QColor secondaryTextColor(const QPalette& palette) {
+  constexpr double readable = 4.5;
+  const QColor text = palette.color(QPalette::WindowText);
+  const QColor background = palette.color(QPalette::Window);
+  for (float share = 0.6F; share < 1; share += 0.05F) {
+    const QColor color = mix(text, background, share);
+    if (contrast(color, background) >= readable) return color;
+  }
+  return text;
+}
+
+QtTextLabel::QtTextLabel(const Label& model, QWidget* parent)
+    : QLabel(parent), model_(model), style_(model.style()) {
+  setTextFormat(Qt::PlainText);
+  setWordWrap(false);
+  QSizePolicy policy(style_.wraps || style_.truncatesTail ? QSizePolicy::Preferred : QSizePolicy::Maximum,
+                     QSizePolicy::Fixed);
+  policy.setHeightForWidth(style_.wraps);
+  setSizePolicy(policy);
+  applyFont();
+  mirrorText();
+}
+
+void QtTextLabel::mirrorText() {
+  const QString full = toQString(model_.text());
+  if (full == text() && !accessibleName().isNull()) return;
+  const bool isAnnounced = !accessibleName().isNull();
+  setText(full);
+  const std::string& givenName = model_.accessibleName();
+  setAccessibleName(givenName.empty() ? full : toQString(givenName));
+  updateGeometry();
+  updateToolTip();
+  if (!isAnnounced || !isVisible()) return;
+  QAccessibleEvent nameChange(this, QAccessible::NameChanged);
+  QAccessible::updateAccessibility(&nameChange);
+  QAccessibleEvent alert(this, QAccessible::Alert);
+  QAccessible::updateAccessibility(&alert);
+}
+
+int QtTextLabel::heightForWidth(int width) const {
+  if (!style_.wraps) return -1;
+  const auto lines = static_cast<int>(std::max<qsizetype>(1, breakLines(width).size()));
+  return lines * fontMetrics().lineSpacing();
+}
+
+QSize QtTextLabel::sizeHint() const {
+  const QFontMetrics metrics = fontMetrics();
+  QString text = QLabel::text();
+  text.replace(QLatin1Char('\n'), QLatin1Char(' '));
+  int width = metrics.horizontalAdvance(text) + 1;
+  if (style_.wraps) width = std::min(width, wrappingWidthInCharacters * metrics.averageCharWidth());
+  const int height = style_.wraps ? heightForWidth(width) : metrics.lineSpacing();
+  return {width, height};
+}
+
+QSize QtTextLabel::minimumSizeHint() const {
+  const QFontMetrics metrics = fontMetrics();
+  if (style_.wraps || style_.truncatesTail) {
+    const int shortest = std::min(sizeHint().width(), 12 * metrics.averageCharWidth());
+    return {shortest, metrics.lineSpacing()};
+  }
+  return sizeHint();
+}
+
+QStringList QtTextLabel::breakLines(int width) const {
+  QString full = text();
+  if (!style_.wraps) {
+    full.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    return {style_.truncatesTail ? fontMetrics().elidedText(full, Qt::ElideRight, width) : full};
+  }
+  full.replace(QLatin1Char('\n'), QChar(QChar::LineSeparator));
+  QTextLayout layout(full, font());
+  QTextOption option;
+  option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+  layout.setTextOption(option);
+  QStringList lines;
+  layout.beginLayout();
+  for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+    line.setLineWidth(width);
+    const qsizetype start = line.textStart();
+    if (lines.size() + 1 == maximumLines()) {
+      QString rest = full.mid(start);
+      rest.replace(QChar(QChar::LineSeparator), QLatin1Char(' '));
+      lines.append(fontMetrics().elidedText(rest, Qt::ElideRight, width));
+      break;
+    }
+    lines.append(full.mid(start, line.textLength()).trimmed());
+  }
+  layout.endLayout();
+  return lines;
+}
+
+void QtTextLabel::paintEvent(QPaintEvent*) {
+  QPainter painter(this);
+  painter.setPen(style_.color == TextColor::secondary ? secondaryTextColor(palette())
+                                                      : palette().color(QPalette::WindowText));
+  const QRect area = contentsRect();
+  const int lineHeight = fontMetrics().lineSpacing();
+  QRect line(area.left(), area.top(), area.width(), lineHeight);
+  for (const QString& text : breakLines(area.width())) {
+    painter.drawText(line, Qt::AlignLeft | Qt::AlignAbsolute | Qt::AlignVCenter | Qt::TextSingleLine, text);
+    line.translate(0, lineHeight);
+  }
+}
+
+void QtTextLabel::resizeEvent(QResizeEvent* event) {
+  QLabel::resizeEvent(event);
+  updateToolTip();
+}
+
+void QtTextLabel::changeEvent(QEvent* event) {
+  QLabel::changeEvent(event);
+  const bool isFontNews = event->type() == QEvent::ApplicationFontChange ||
+                          event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange;
+  if (isFontNews) applyFont();
+  if (event->type() == QEvent::PaletteChange) update();
+}
+
+void QtTextLabel::applyFont() {
+  if (isApplyingFont_) return;
+  isApplyingFont_ = true;
+  setFont(nativeFont(style_.font, *this));
+  isApplyingFont_ = false;
+  updateGeometry();
+}
+
+void QtTextLabel::updateToolTip() {
+  QString shown = shownLines().join(QLatin1Char(' '));
+  const bool isCut = shown.endsWith(QChar(0x2026)) && !text().endsWith(QChar(0x2026));
+  const bool isLonger = shown.size() + maximumLines() < text().size();
+  const QString tip = isCut || isLonger ? asToolTip(text()) : QString();
+  if (tip != toolTip()) setToolTip(tip);
+}
+
+}  // namespace zunto

@@ -1,0 +1,37 @@
+#include "platform/qt/qt_url_events.h"
+
+#include <utility>
+
+namespace zunto {
+
+QtUrlEvents::QtUrlEvents(Clock& clock) : clock_(clock), self_(std::make_shared<QtUrlEvents*>(this)) {}
+
+QtUrlEvents::~QtUrlEvents() = default;
+
+void QtUrlEvents::deliver(std::string link) {
+  waiting_.push_back(std::move(link));
+  if (handler_) scheduleDelivery();
+}
+
+void QtUrlEvents::setHandler(Handler handler) {
+  handler_ = std::move(handler);
+  for (std::size_t i = 0; i < waiting_.size(); ++i) scheduleDelivery();
+}
+
+void QtUrlEvents::removeHandler() { handler_ = nullptr; }
+
+void QtUrlEvents::scheduleDelivery() {
+  clock_.post([self = std::weak_ptr<QtUrlEvents*>(self_)] {
+    if (const auto alive = self.lock()) (*alive)->deliverFirst();
+  });
+}
+
+void QtUrlEvents::deliverFirst() {
+  if (!handler_ || waiting_.empty()) return;
+  UrlEvent event{UrlEventObject{std::move(waiting_.front())}};
+  waiting_.pop_front();
+  const Handler handler = handler_;
+  handler(event);
+}
+
+}  // namespace zunto

@@ -1,0 +1,220 @@
+#include "platform/qt/qt_window_system.h"
+
+#include <QAction>
+#include <QBoxLayout>
+#include <QCloseEvent>
+#include <QKeyEvent>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QScreen>
+#include <QWidget>
+#include <cmath>
+#include <optional>
+#include <utility>
+
+#include "platform/qt/qt_controls.h"
+#include "platform/qt/qt_menu_actions.h"
+#include "platform/qt/qt_stack_layout.h"
+#include "platform/qt/qt_status_icon.h"
+#include "platform/qt/qt_text.h"
+
+namespace zunto {
+
+namespace {
+
+QSize nativeSize(const Size& size) {
+  return {static_cast<int>(std::lround(size.width)), static_cast<int>(std::lround(size.height))};
+}
+
+/// The window's controls. Asks for the model's sizes, or for more where the controls need more.
+class ContentWidget final : public QWidget {
+ public:
+  ContentWidget(const WindowSpec& spec, QtFocusKeeper& focus, QWidget* parent)
+      : QWidget(parent), size_(nativeSize(spec.contentSize)), minimumSize_(nativeSize(spec.minimumSize)) {
+    QtControlMaker maker(*this, focus);
+    std::unique_ptr<QBoxLayout> layout = makeStackLayout(spec.content, maker);
+    layout->setContentsMargins(static_cast<int>(std::lround(spec.insets.leading)),
+                               static_cast<int>(std::lround(spec.insets.top)),
+                               static_cast<int>(std::lround(spec.insets.trailing)),
+                               static_cast<int>(std::lround(spec.insets.minimumBottom)));
+    layout->addStretch(1);
+    setLayout(layout.release());
+  }
+
+  [[nodiscard]] QSize sizeHint() const override { return size_.expandedTo(minimumSizeHint()); }
+  [[nodiscard]] QSize minimumSizeHint() const override {
+    return QWidget::minimumSizeHint().expandedTo(minimumSize_);
+  }
+
+ private:
+  QSize size_;
+  QSize minimumSize_;
+};
+
+/// The status menu in one window: its keys always, its menu bar while the desktop does not show the menu.
+class WindowStatusMenu {
+ public:
+  WindowStatusMenu(QtStatusMenu& statusMenu, QWidget& window, QMenuBar& bar)
+      : statusMenu_(statusMenu), window_(window), bar_(bar) {
+    menu_.menuAction()->setMenuRole(QAction::NoRole);
+    bar_.addMenu(&menu_);
+    changes_ = statusMenu_.observe([this] { mirror(); });
+    mirror();
+  }
+
+ private:
+  void mirror() {
+    const std::shared_ptr<StatusItem> item = statusMenu_.item();
+    if (item != item_.lock()) {
+      itemChanges_ = item ? item->observe([this] { mirrorItem(); }) : Observable::Subscription();
+      item_ = item;
+    }
+    mirrorItem();
+  }
+
+  void mirrorItem() {
+    const std::shared_ptr<StatusItem> item = item_.lock();
+    const std::shared_ptr<const Menu> shown = item ? item->menu() : nullptr;
+    if (shown != shown_) {
+      shown_ = shown;
+      actions_.emplace(shown);
+      // The window holds them too: a hidden menu bar's keys do not work.
+      menu_.addActions(actions_->actions());
+      window_.addActions(actions_->actions());
+    }
+    menu_.setTitle(item ? withoutMnemonic(item->buttonTitle()) : QString());
+    menu_.setAccessibleName(menu_.title());
+    bar_.setHidden(!shown || statusMenu_.isShownByDesktop());
+  }
+
+  QtStatusMenu& statusMenu_;
+  QWidget& window_;
+  QMenuBar& bar_;
+  QMenu menu_;
+  std::weak_ptr<StatusItem> item_;
+  std::shared_ptr<const Menu> shown_;
+  std::optional<QtMenuActions> actions_;
+  Observable::Subscription changes_;
+  Observable::Subscription itemChanges_;
+};
+
+class NativeWindow final : public QWidget {
+ public:
+  NativeWindow(Window& model, QtStatusMenu& statusMenu) : QWidget(nullptr, Qt::Window), model_(model) {
+    setWindowTitle(toQString(model.spec().title));
+    setWindowIcon(makeStatusIcon(StatusMark::none));
+    auto bar = std::make_unique<QMenuBar>(this);
+    // A desktop that takes menu bars to its own bar would hide where this one is needed.
+    bar->setNativeMenuBar(false);
+    bar_ = bar.get();
+    auto content = std::make_unique<ContentWidget>(model.spec(), focus_, this);
+    auto layout = std::make_unique<QVBoxLayout>();
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->setSizeConstraint(QLayout::SetNoConstraint);
+    layout->setMenuBar(bar.release());
+    layout->addWidget(content.release());
+    setLayout(layout.release());
+    statusMenu_.emplace(statusMenu, *this, *bar_);
+    updateMinimumSize();
+    resize(sizeHint());
+    // The keyboard starts at the first control.
+    focusNextChild();
+  }
+
+  void present() {
+    setWindowState(windowState() & ~Qt::WindowMinimized);
+    show();
+    raise();
+    activateWindow();
+  }
+
+  void center() {
+    const QRect area = screen()->availableGeometry();
+    const QSize frame = frameGeometry().size();
+    move(area.x() + (area.width() - frame.width()) / 2, area.y() + (area.height() - frame.height()) / 2);
+  }
+
+ protected:
+  void closeEvent(QCloseEvent* event) override {
+    model_.userClosed();
+    event->accept();
+  }
+
+  void keyPressEvent(QKeyEvent* event) override {
+    const bool isReturn = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    const bool isPlain = (event->modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier;
+    if (isReturn && isPlain && !event->isAutoRepeat()) {
+      pressDefaultButton();
+    } else {
+      QWidget::keyPressEvent(event);
+    }
+  }
+
+  bool event(QEvent* event) override {
+    const bool answer = QWidget::event(event);
+    if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::Resize) updateMinimumSize();
+    return answer;
+  }
+
+ private:
+  void pressDefaultButton() {
+    for (QPushButton* button : findChildren<QPushButton*>()) {
+      if (button->isDefault() && button->isVisible() && button->isEnabled()) {
+        button->click();
+        return;
+      }
+    }
+  }
+
+  /// Qt's own minimum does not know that text wraps to more lines in a narrow window.
+  void updateMinimumSize() {
+    if (layout() == nullptr) return;
+    const QSize smallest = layout()->totalMinimumSize();
+    const int width = std::max(smallest.width(), this->width());
+    const int wrapped = layout()->hasHeightForWidth() ? layout()->totalMinimumHeightForWidth(width) : 0;
+    const QSize needed(smallest.width(), std::max(smallest.height(), wrapped));
+    if (needed != minimumSize()) setMinimumSize(needed);
+  }
+
+  Window& model_;
+  QtFocusKeeper focus_;
+  QMenuBar* bar_ = nullptr;  ///< a child of this window
+  std::optional<WindowStatusMenu> statusMenu_;
+};
+
+class QtWindowView final : public WindowView {
+ public:
+  QtWindowView(Window& model, QtStatusMenu& statusMenu) : model_(model), window_(model, statusMenu) {
+    changes_ = model.observe([this] { mirror(); });
+    mirror();
+  }
+
+ private:
+  void mirror() {
+    if (shown_ != model_.showRequests() && model_.isVisible()) {
+      shown_ = model_.showRequests();
+      window_.present();
+    }
+    if (!model_.isVisible() && window_.isVisible()) window_.hide();
+    if (centered_ != model_.centerRequests()) {
+      centered_ = model_.centerRequests();
+      window_.center();
+    }
+  }
+
+  Window& model_;
+  NativeWindow window_;
+  std::uint64_t shown_ = 0;
+  std::uint64_t centered_ = 0;
+  Observable::Subscription changes_;
+};
+
+}  // namespace
+
+std::unique_ptr<WindowView> QtWindowSystem::makeView(Window& window) {
+  return std::make_unique<QtWindowView>(window, statusMenu_);
+}
+
+}  // namespace zunto
