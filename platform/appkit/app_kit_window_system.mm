@@ -1,0 +1,165 @@
+#import "platform/appkit/app_kit_window_system.h"
+
+#import <Cocoa/Cocoa.h>
+
+#include <utility>
+
+#include "async/main_thread.h"
+#import "platform/appkit/retained.h"
+#import "platform/appkit/text.h"
+#import "platform/appkit/views.h"
+
+NS_ASSUME_NONNULL_BEGIN
+
+/// A window that knows the usual editing and window commands by their keys. Elsewhere these come from the
+/// main menu, and the program has none.
+@interface ZUNTOWindow : NSWindow
+- (BOOL)performKeyEquivalent:(NSEvent*)event;
+@end
+
+/// Tells of the window's end.
+@interface ZUNTOWindowDelegate : NSObject <NSWindowDelegate> {
+ @private
+  std::function<void()> _willClose;
+  zunto::MainThread _mainThread;
+}
+- (instancetype)initWithWillClose:(std::function<void()>)willClose;
+@end
+
+NS_ASSUME_NONNULL_END
+
+namespace zunto {
+namespace {
+
+/// The command that Command with this key stands for; none for any other key.
+SEL commandForKey(NSString* key, bool withShift) {
+  if (withShift) return [key isEqualToString:@"z"] ? @selector(redo:) : nullptr;
+  if ([key isEqualToString:@"x"]) return @selector(cut:);
+  if ([key isEqualToString:@"c"]) return @selector(copy:);
+  if ([key isEqualToString:@"v"]) return @selector(paste:);
+  if ([key isEqualToString:@"a"]) return @selector(selectAll:);
+  if ([key isEqualToString:@"z"]) return @selector(undo:);
+  if ([key isEqualToString:@"w"]) return @selector(performClose:);
+  if ([key isEqualToString:@"m"]) return @selector(performMiniaturize:);
+  return nullptr;
+}
+
+}  // namespace
+}  // namespace zunto
+
+@implementation ZUNTOWindow
+
+- (BOOL)performKeyEquivalent:(NSEvent*)event {
+  if ([super performKeyEquivalent:event]) return YES;
+  constexpr NSEventModifierFlags relevant = NSEventModifierFlagCommand | NSEventModifierFlagShift |
+                                            NSEventModifierFlagOption | NSEventModifierFlagControl;
+  const NSEventModifierFlags pressed = [event modifierFlags] & relevant;
+  const bool withShift = (pressed & NSEventModifierFlagShift) != 0;
+  if ((pressed & ~static_cast<NSEventModifierFlags>(NSEventModifierFlagShift)) !=
+      NSEventModifierFlagCommand) {
+    return NO;
+  }
+  NSString* key = [[event charactersIgnoringModifiers] lowercaseString];
+  const SEL command = key == nil ? nullptr : zunto::commandForKey(key, withShift);
+  return command != nullptr && [[NSApplication sharedApplication] sendAction:command to:nil from:self];
+}
+
+@end
+
+@implementation ZUNTOWindowDelegate
+
+- (instancetype)initWithWillClose:(std::function<void()>)willClose {
+  self = [super init];
+  if (self) _willClose = std::move(willClose);
+  return self;
+}
+
+- (void)windowWillClose:(NSNotification*)notification {
+  _mainThread.check("windowWillClose:");
+  _willClose();
+}
+
+@end
+
+namespace zunto {
+namespace {
+
+NSSize nativeSize(const Size& size) { return NSMakeSize(size.width, size.height); }
+
+class AppKitWindowView final : public WindowView {
+ public:
+  explicit AppKitWindowView(Window& model)
+      : model_(model),
+        content_(makeStackView(model.spec().content)),
+        native_(makeWindow(model.spec())),
+        delegate_(Retained<ZUNTOWindowDelegate>::adopt(
+            [[ZUNTOWindowDelegate alloc] initWithWillClose:[&model] { model.userClosed(); }])),
+        shown_(model.showRequests()),
+        centered_(model.centerRequests()) {
+    [native_.get() setDelegate:delegate_.get()];
+    layOut();
+    subscription_ = model.observe([this] { mirror(); });
+  }
+  ~AppKitWindowView() override {
+    [native_.get() setDelegate:nil];
+    [native_.get() close];
+  }
+
+ private:
+  static Retained<NSWindow> makeWindow(const WindowSpec& spec) {
+    const NSRect content = {NSZeroPoint, nativeSize(spec.contentSize)};
+    constexpr NSWindowStyleMask style = NSWindowStyleMaskTitled | NSWindowStyleMaskClosable |
+                                        NSWindowStyleMaskMiniaturizable | NSWindowStyleMaskResizable;
+    auto window = Retained<NSWindow>::adopt([[ZUNTOWindow alloc] initWithContentRect:content
+                                                                           styleMask:style
+                                                                             backing:NSBackingStoreBuffered
+                                                                               defer:NO]);
+    [window.get() setReleasedWhenClosed:NO];
+    [window.get() setRestorable:NO];
+    [window.get() setTitle:toNSString(spec.title).get()];
+    [window.get() setMinSize:nativeSize(spec.minimumSize)];
+    [window.get() setAutorecalculatesKeyViewLoop:YES];
+    return window;
+  }
+
+  void layOut() {
+    NSView* outer = [native_.get() contentView];
+    NSView* inner = content_->view();
+    const Insets& insets = model_.spec().insets;
+    [inner setTranslatesAutoresizingMaskIntoConstraints:NO];
+    [outer addSubview:inner];
+    [NSLayoutConstraint activateConstraints:@[
+      [[inner leadingAnchor] constraintEqualToAnchor:[outer leadingAnchor] constant:insets.leading],
+      [[inner trailingAnchor] constraintEqualToAnchor:[outer trailingAnchor] constant:-insets.trailing],
+      [[inner topAnchor] constraintEqualToAnchor:[outer topAnchor] constant:insets.top],
+      [[inner bottomAnchor] constraintLessThanOrEqualToAnchor:[outer bottomAnchor]
+                                                     constant:-insets.minimumBottom],
+    ]];
+  }
+
+  void mirror() {
+    if (std::exchange(shown_, model_.showRequests()) != model_.showRequests()) {
+      if ([native_.get() isMiniaturized]) [native_.get() deminiaturize:nil];
+      [native_.get() makeKeyAndOrderFront:nil];
+    }
+    if (std::exchange(centered_, model_.centerRequests()) != model_.centerRequests()) {
+      [native_.get() center];
+    }
+  }
+
+  Window& model_;
+  std::unique_ptr<ViewBinding> content_;
+  Retained<NSWindow> native_;
+  Retained<ZUNTOWindowDelegate> delegate_;
+  std::uint64_t shown_;
+  std::uint64_t centered_;
+  Observable::Subscription subscription_;
+};
+
+}  // namespace
+
+std::unique_ptr<WindowView> AppKitWindowSystem::makeView(Window& window) {
+  return std::make_unique<AppKitWindowView>(window);
+}
+
+}  // namespace zunto
