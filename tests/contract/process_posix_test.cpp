@@ -7,10 +7,13 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -78,6 +81,12 @@ class PosixProcesses : public ::testing::Test {
 
   RealProcesses world_;
 };
+
+/// Whether every child of this program has been reaped.
+bool hasNoChildren() {
+  siginfo_t info{};
+  return ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD;
+}
 
 std::string openDescriptorsScript() {
   return "n=0; while [ $n -lt 256 ]; do [ -e /dev/fd/$n ] && echo $n; n=$((n+1)); done; :";
@@ -171,8 +180,7 @@ TEST_F(PosixProcesses, TerminatesWithoutTheMainLoop) {
 
 TEST_F(PosixProcesses, ReapsItsChildren) {
   outputOf(world_.script("exit 3"));
-  EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
-  EXPECT_EQ(errno, ECHILD);
+  EXPECT_TRUE(hasNoChildren());
 }
 
 TEST_F(PosixProcesses, NeverReapsAChildThatIsNotItsOwn) {
@@ -225,6 +233,29 @@ TEST_F(PosixProcesses, DoesNotWaitForARunningChildWhenItIsDestroyed) {
   world_.destroySpawner();
   EXPECT_LT(std::chrono::steady_clock::now() - before, 10s);
   EXPECT_TRUE(child->isRunning());
+}
+
+/// A main loop that only counts what is posted to it.
+class CountingClock final : public Clock {
+ public:
+  [[nodiscard]] std::chrono::nanoseconds now() const override { return {}; }
+  [[nodiscard]] std::unique_ptr<Timer> callLater(std::chrono::nanoseconds, Turn) override { return nullptr; }
+  void post(Turn) override { ++posts; }
+
+  std::atomic<int> posts = 0;
+};
+
+TEST_F(PosixProcesses, LeavesTheMainLoopAloneOnceTheSpawnerIsDestroyed) {
+  CountingClock clock;
+  std::optional<PosixProcessSpawner> spawner(std::in_place, clock);
+  const auto first = spawner->launch(world_.script("exit 3"), [] {});
+  ASSERT_TRUE(world_.waitWithoutTurns([&] { return clock.posts == 1; }));
+  const auto second = spawner->launch(world_.script("exec sleep 60"), [] {});
+  spawner.reset();
+  second->interrupt();
+  ASSERT_TRUE(world_.waitWithoutTurns(hasNoChildren));
+  std::this_thread::sleep_for(50ms);  // its thread has had the time to post
+  EXPECT_EQ(clock.posts, 1);
 }
 
 void exitWithAChildRunning() {
