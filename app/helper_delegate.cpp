@@ -101,7 +101,9 @@ void HelperDelegate::toggleHelper() {
     stopProcessor();
     return;
   }
-  spawn([](HelperDelegate& self) -> Task<void> { co_await self.startIfNeeded(false); }(*this));
+  spawn([](HelperDelegate& self) -> Task<void> {
+    static_cast<void>(co_await self.startIfNeeded(false));
+  }(*this));
 }
 
 void HelperDelegate::showLog() {

@@ -9,26 +9,17 @@
 #include <functional>
 #include <memory>
 
+#include "async/interface.h"
+
 namespace zunto {
 
 /// A pending call of Clock::callLater. Destroying it ends the timer: nothing is called back afterwards. It
 /// may be destroyed inside its own call, which then runs to its end.
-class Timer {
- public:
-  Timer() = default;
-  Timer(const Timer&) = delete;
-  Timer& operator=(const Timer&) = delete;
-  virtual ~Timer() = default;
-};
+class Timer : public Interface {};
 
-class Clock {
+class Clock : public Interface {
  public:
   using Turn = std::function<void()>;
-
-  Clock() = default;
-  Clock(const Clock&) = delete;
-  Clock& operator=(const Clock&) = delete;
-  virtual ~Clock() = default;
 
   /// Monotonic time since an arbitrary start.
   [[nodiscard]] virtual std::chrono::nanoseconds now() const = 0;

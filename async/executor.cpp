@@ -73,7 +73,7 @@ Executor::Root Executor::runRoot(std::shared_ptr<TaskContext>, std::shared_ptr<R
 
 TaskHandle Executor::spawn(Task<void> task) {
   auto context = std::make_shared<TaskContext>(clock_);
-  const TaskHandle handle{std::weak_ptr<TaskContext>(context)};
+  TaskHandle handle{std::weak_ptr<TaskContext>(context)};
   const std::coroutine_handle<> frame = runRoot(std::move(context), roots_, std::move(task)).frame();
   clock_.post([roots = std::weak_ptr<Roots>(roots_), frame] {
     const std::shared_ptr<Roots> alive = roots.lock();
@@ -84,7 +84,7 @@ TaskHandle Executor::spawn(Task<void> task) {
 
 Task<void> Executor::sleep(std::chrono::nanoseconds duration) const {
   struct Elapsed {};
-  co_await awaitCallback<Elapsed>([this, duration](Completion<Elapsed> done) {
+  co_await awaitCallback<Elapsed>([this, duration](const Completion<Elapsed>& done) {
     return clock_.callLater(duration, [done] { done(Elapsed{}); });
   });
 }

@@ -61,7 +61,7 @@ class Executor {
 ///   if (co_await isCancelled()) co_return;
 class CancellationQuery {
  public:
-  CancellationQuery() noexcept {}
+  CancellationQuery() noexcept = default;
   [[nodiscard]] bool await_ready() const noexcept { return false; }
   template <class Promise>
   bool await_suspend(std::coroutine_handle<Promise> frame) noexcept {

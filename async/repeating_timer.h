@@ -19,6 +19,7 @@ class RepeatingTimer {
   RepeatingTimer(Clock& clock, std::chrono::nanoseconds interval, std::function<void()> fire);
   RepeatingTimer(const RepeatingTimer&) = delete;  // the pending call points to it
   RepeatingTimer& operator=(const RepeatingTimer&) = delete;
+  ~RepeatingTimer() = default;
 
   /// Ends the firings; may be called more than once.
   void invalidate();

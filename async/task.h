@@ -28,7 +28,8 @@ class TaskPromiseBase {
   struct FinalAwaiter {
     [[nodiscard]] bool await_ready() const noexcept { return false; }
     template <class Promise>
-    std::coroutine_handle<> await_suspend(std::coroutine_handle<Promise> finished) const noexcept {
+    [[nodiscard]] std::coroutine_handle<> await_suspend(
+        std::coroutine_handle<Promise> finished) const noexcept {
       return finished.promise().continuation_;
     }
     void await_resume() const noexcept {}
@@ -106,11 +107,12 @@ class [[nodiscard]] Task {
     explicit Awaiter(std::coroutine_handle<promise_type> frame) noexcept : frame_(frame) {}
     [[nodiscard]] bool await_ready() const noexcept { return false; }
     template <class Promise>
-    std::coroutine_handle<> await_suspend(std::coroutine_handle<Promise> awaiting) const noexcept {
+    [[nodiscard]] std::coroutine_handle<> await_suspend(
+        std::coroutine_handle<Promise> awaiting) const noexcept {
       frame_.promise().continueWith(awaiting, awaiting.promise().context());
       return frame_;
     }
-    T await_resume() const { return frame_.promise().takeResult(); }
+    [[nodiscard]] T await_resume() const { return frame_.promise().takeResult(); }
 
    private:
     std::coroutine_handle<promise_type> frame_;
@@ -144,8 +146,11 @@ inline Task<void> TaskPromise<void>::get_return_object() {
 
 /// `task` with `owner` held until it has ended or been destroyed: a lazy member coroutine keeps only `this`.
 template <class Owner>
-Task<void> keepingAlive(std::shared_ptr<Owner>, Task<void> task) {
-  co_await task;
+Task<void> keepingAlive(std::shared_ptr<Owner> owner, Task<void> task) {
+  // Compilers differ on which parameter of a destroyed coroutine goes first; of its locals the last does.
+  const std::shared_ptr<Owner> kept = std::move(owner);
+  const Task<void> body = std::move(task);
+  co_await body;
 }
 
 }  // namespace zunto

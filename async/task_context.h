@@ -8,17 +8,13 @@
 #include <memory>
 
 #include "async/clock.h"
+#include "async/interface.h"
 
 namespace zunto {
 
 /// A suspended await that a cancellation can wake.
-class CancellableWait {
+class CancellableWait : public Interface {
  public:
-  CancellableWait() = default;
-  CancellableWait(const CancellableWait&) = delete;
-  CancellableWait& operator=(const CancellableWait&) = delete;
-  virtual ~CancellableWait() = default;
-
   /// Ends the wait with Cancelled unless it has ended meanwhile. Called on a turn of its own.
   virtual void endCancelled() = 0;
 };

@@ -111,8 +111,8 @@ void DownloaderWindowController::cancelJob() {
 
 Task<void> DownloaderWindowController::requestCancellation(std::string jobId) {
   try {
-    co_await client_.request<std::optional<MediaJob>>("jobs/" + jobId + "/cancel", HttpMethod::post,
-                                                      RequestBody());
+    static_cast<void>(co_await client_.request<std::optional<MediaJob>>("jobs/" + jobId + "/cancel",
+                                                                        HttpMethod::post, RequestBody()));
   } catch (const Error&) {
     // The user has let go of the job; whether the processor heard it changes nothing for him.
   }

@@ -23,8 +23,6 @@ DownloaderWindowController::DownloaderWindowController(Creation, EnsureHelper en
       client_(helperBaseUrl, capabilities.httpSession, sessionToken),
       readiness_(ensureHelper, client_, sessionToken, *this) {}
 
-DownloaderWindowController::~DownloaderWindowController() = default;
-
 void DownloaderWindowController::bindActions() {
   using Action = void (DownloaderWindowController::*)();
   const auto bound = [weak = weak_from_this()](Action action) {

@@ -60,7 +60,6 @@ class DownloaderWindowController final : public std::enable_shared_from_this<Dow
   [[nodiscard]] static std::shared_ptr<DownloaderWindowController> create(EnsureHelper ensureHelper,
                                                                           const Url& helperBaseUrl,
                                                                           const Capabilities& capabilities);
-  ~DownloaderWindowController() override;
 
   /// Puts `link` into the link field when there is one; shows, centres and activates the window; starts a
   /// readiness step. Never starts an analysis.

@@ -76,7 +76,7 @@ std::string formatDuration(double duration) {
 }
 
 std::string suggestedFileName(const std::optional<std::string>& filename) {
-  const std::string name = shortened(withoutControls(lastPathComponent(filename.value_or(std::string()))));
+  std::string name = shortened(withoutControls(lastPathComponent(filename.value_or(std::string()))));
   if (name.empty() || name == "." || name == "..") return "ZUNTO-download";
   return name;
 }

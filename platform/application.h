@@ -5,16 +5,13 @@
 
 #include <memory>
 
+#include "async/interface.h"
+
 namespace zunto {
 
 /// What the platform tells the program's delegate.
-class ApplicationDelegate {
+class ApplicationDelegate : public Interface {
  public:
-  ApplicationDelegate() = default;
-  ApplicationDelegate(const ApplicationDelegate&) = delete;
-  ApplicationDelegate& operator=(const ApplicationDelegate&) = delete;
-  virtual ~ApplicationDelegate() = default;
-
   /// Called once, when the event loop runs.
   virtual void applicationDidFinishLaunching() = 0;
 
@@ -24,13 +21,8 @@ class ApplicationDelegate {
 };
 
 /// What the logic asks of the application.
-class Application {
+class Application : public Interface {
  public:
-  Application() = default;
-  Application(const Application&) = delete;
-  Application& operator=(const Application&) = delete;
-  virtual ~Application() = default;
-
   /// Brings the program's windows in front of those of other applications.
   virtual void activateIgnoringOtherApps() = 0;
 
@@ -42,13 +34,8 @@ class Application {
 enum class ActivationPolicy { regular };
 
 /// What the program's entry does with the application.
-class ApplicationLoop {
+class ApplicationLoop : public Interface {
  public:
-  ApplicationLoop() = default;
-  ApplicationLoop(const ApplicationLoop&) = delete;
-  ApplicationLoop& operator=(const ApplicationLoop&) = delete;
-  virtual ~ApplicationLoop() = default;
-
   /// The delegate is held weakly: the entry keeps it.
   virtual void setDelegate(std::weak_ptr<ApplicationDelegate> delegate) = 0;
 

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "async/interface.h"
+
 namespace zunto {
 
 /// A warning. The first button is the default; there is at least one.
@@ -21,13 +23,8 @@ struct Alert {
   std::vector<std::string> buttons;
 };
 
-class AlertPresenter {
+class AlertPresenter : public Interface {
  public:
-  AlertPresenter() = default;
-  AlertPresenter(const AlertPresenter&) = delete;
-  AlertPresenter& operator=(const AlertPresenter&) = delete;
-  virtual ~AlertPresenter() = default;
-
   /// Shows `alert` and calls `answered` once, on a later turn, with the index of the button that ended it;
   /// closing it without a button (Escape, the window's close box) counts as the first.
   virtual void showAlert(const Alert& alert, std::function<void(std::size_t button)> answered) = 0;
@@ -39,13 +36,8 @@ struct SavePanel {
   bool canCreateFolders = true;
 };
 
-class SavePanelPresenter {
+class SavePanelPresenter : public Interface {
  public:
-  SavePanelPresenter() = default;
-  SavePanelPresenter(const SavePanelPresenter&) = delete;
-  SavePanelPresenter& operator=(const SavePanelPresenter&) = delete;
-  virtual ~SavePanelPresenter() = default;
-
   /// Asks where to save and calls `chosen` once, on a later turn, with the absolute location, or none when
   /// the user cancelled. The panel itself asks before an existing file is chosen.
   virtual void showSavePanel(const SavePanel& panel,

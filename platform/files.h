@@ -7,17 +7,13 @@
 #include <filesystem>
 #include <memory>
 
+#include "async/interface.h"
 #include "platform/output_file.h"
 
 namespace zunto {
 
-class FileSystem {
+class FileSystem : public Interface {
  public:
-  FileSystem() = default;
-  FileSystem(const FileSystem&) = delete;
-  FileSystem& operator=(const FileSystem&) = delete;
-  virtual ~FileSystem() = default;
-
   /// Whether something exists at `path`, links followed.
   [[nodiscard]] virtual bool exists(const std::filesystem::path& path) const = 0;
 
@@ -37,13 +33,8 @@ class FileSystem {
 };
 
 /// Opens files that children write to.
-class OutputFileOpener {
+class OutputFileOpener : public Interface {
  public:
-  OutputFileOpener() = default;
-  OutputFileOpener(const OutputFileOpener&) = delete;
-  OutputFileOpener& operator=(const OutputFileOpener&) = delete;
-  virtual ~OutputFileOpener() = default;
-
   /// Opens an existing file for writing from its start, without append mode, without shortening it,
   /// close-on-exec. Throws SystemError.
   [[nodiscard]] virtual std::unique_ptr<OutputFile> openForWriting(const std::filesystem::path& path) = 0;

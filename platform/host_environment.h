@@ -8,15 +8,12 @@
 #include <optional>
 #include <string>
 
+#include "async/interface.h"
+
 namespace zunto {
 
-class HostEnvironment {
+class HostEnvironment : public Interface {
  public:
-  HostEnvironment() = default;
-  HostEnvironment(const HostEnvironment&) = delete;
-  HostEnvironment& operator=(const HostEnvironment&) = delete;
-  virtual ~HostEnvironment() = default;
-
   /// The application's resources folder (absolute); none when there is none.
   [[nodiscard]] virtual std::optional<std::filesystem::path> resourcesFolder() const = 0;
 

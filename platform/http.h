@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "async/interface.h"
 #include "platform/outcome.h"
 #include "platform/temporary_file.h"
 
@@ -51,21 +52,10 @@ struct HttpDownload {
 
 /// A request under way. Destroying it ends the request; nothing is called back afterwards and what a download
 /// has written is removed.
-class HttpTransfer {
- public:
-  HttpTransfer() = default;
-  HttpTransfer(const HttpTransfer&) = delete;
-  HttpTransfer& operator=(const HttpTransfer&) = delete;
-  virtual ~HttpTransfer() = default;
-};
+class HttpTransfer : public Interface {};
 
-class HttpSession {
+class HttpSession : public Interface {
  public:
-  HttpSession() = default;
-  HttpSession(const HttpSession&) = delete;
-  HttpSession& operator=(const HttpSession&) = delete;
-  virtual ~HttpSession() = default;
-
   /// Sends `request` and calls `done` once on a later turn, with the answer held in memory (at most 64 MiB of
   /// body) or the failure.
   [[nodiscard]] virtual std::unique_ptr<HttpTransfer> send(

@@ -4,15 +4,12 @@
 // descriptor of its own onto the same open file (and so the same write position). Thread: main thread only.
 #pragma once
 
+#include "async/interface.h"
+
 namespace zunto {
 
-class OutputFile {
+class OutputFile : public Interface {
  public:
-  OutputFile() = default;
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
-  virtual ~OutputFile() = default;
-
   /// Moves the write position to the end of the file, once: later writes of others are not followed. Throws
   /// SystemError.
   virtual void seekToEnd() = 0;

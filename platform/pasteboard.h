@@ -4,15 +4,12 @@
 #include <optional>
 #include <string>
 
+#include "async/interface.h"
+
 namespace zunto {
 
-class Pasteboard {
+class Pasteboard : public Interface {
  public:
-  Pasteboard() = default;
-  Pasteboard(const Pasteboard&) = delete;
-  Pasteboard& operator=(const Pasteboard&) = delete;
-  virtual ~Pasteboard() = default;
-
   /// Its plain text, UTF-8; none when it holds no text.
   [[nodiscard]] virtual std::optional<std::string> plainText() const = 0;
 };

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "async/interface.h"
 #include "platform/output_file.h"
 
 namespace zunto {
@@ -26,13 +27,8 @@ struct ChildSpec {
 };
 
 /// A launched child. Dropping it only lets go: the backend keeps every child until it has reaped it.
-class ChildProcess {
+class ChildProcess : public Interface {
  public:
-  ChildProcess() = default;
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
-  virtual ~ChildProcess() = default;
-
   /// Whether the child runs at this moment, by the kernel's word. It can be false before the end notice came.
   [[nodiscard]] virtual bool isRunning() const = 0;
 
@@ -44,13 +40,8 @@ class ChildProcess {
   virtual void terminateAfter(std::chrono::nanoseconds delay) = 0;
 };
 
-class ProcessSpawner {
+class ProcessSpawner : public Interface {
  public:
-  ProcessSpawner() = default;
-  ProcessSpawner(const ProcessSpawner&) = delete;
-  ProcessSpawner& operator=(const ProcessSpawner&) = delete;
-  virtual ~ProcessSpawner() = default;
-
   /// Launches a child. `ended` is called exactly once, on a turn of its own on the main thread, when the
   /// child has ended, however long that takes and whoever still holds it. Throws SystemError when the system
   /// refuses the launch; `ended` is never called then.
@@ -64,13 +55,8 @@ struct CommandResult {
   std::string standardOutput;
 };
 
-class CommandRunner {
+class CommandRunner : public Interface {
  public:
-  CommandRunner() = default;
-  CommandRunner(const CommandRunner&) = delete;
-  CommandRunner& operator=(const CommandRunner&) = delete;
-  virtual ~CommandRunner() = default;
-
   /// Runs a command to its end and blocks until then; drains its standard output meanwhile. Standard error is
   /// the null device; environment and working folder are inherited. Throws SystemError when it cannot be
   /// launched.

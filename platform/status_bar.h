@@ -5,17 +5,13 @@
 
 #include <memory>
 
+#include "async/interface.h"
 #include "platform/model/status_item.h"
 
 namespace zunto {
 
-class StatusBar {
+class StatusBar : public Interface {
  public:
-  StatusBar() = default;
-  StatusBar(const StatusBar&) = delete;
-  StatusBar& operator=(const StatusBar&) = delete;
-  virtual ~StatusBar() = default;
-
   /// A new item of variable length. The caller owns it; the bar shows it, with its menu, as long as it lives.
   [[nodiscard]] virtual std::shared_ptr<StatusItem> makeStatusItem() = 0;
 };

@@ -5,15 +5,12 @@
 
 #include <filesystem>
 
+#include "async/interface.h"
+
 namespace zunto {
 
-class TemporaryFile {
+class TemporaryFile : public Interface {
  public:
-  TemporaryFile() = default;
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-  virtual ~TemporaryFile() = default;
-
   /// Moves the file to `destination`, which must not exist: nothing is ever replaced. Within one folder this
   /// is a rename, so no half file is ever seen there. Throws SystemError; the temporary file is then still
   /// held.

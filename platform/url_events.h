@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "async/interface.h"
+
 namespace zunto {
 
 /// The direct object of an event; its text is none when it is of another kind.
@@ -18,14 +20,9 @@ struct UrlEvent {
   std::optional<UrlEventObject> directObject;
 };
 
-class UrlEventSource {
+class UrlEventSource : public Interface {
  public:
   using Handler = std::function<void(const UrlEvent&)>;
-
-  UrlEventSource() = default;
-  UrlEventSource(const UrlEventSource&) = delete;
-  UrlEventSource& operator=(const UrlEventSource&) = delete;
-  virtual ~UrlEventSource() = default;
 
   /// Every event from now on goes to `handler`, on a turn of its own; one that came before a handler was set
   /// is delivered then. Replaces an earlier handler.

@@ -5,26 +5,16 @@
 
 #include <memory>
 
+#include "async/interface.h"
 #include "platform/model/window.h"
 
 namespace zunto {
 
 /// The native window of one model. Destroying it removes the window and every native control in it.
-class WindowView {
- public:
-  WindowView() = default;
-  WindowView(const WindowView&) = delete;
-  WindowView& operator=(const WindowView&) = delete;
-  virtual ~WindowView() = default;
-};
+class WindowView : public Interface {};
 
-class WindowSystem {
+class WindowSystem : public Interface {
  public:
-  WindowSystem() = default;
-  WindowSystem(const WindowSystem&) = delete;
-  WindowSystem& operator=(const WindowSystem&) = delete;
-  virtual ~WindowSystem() = default;
-
   /// Builds the native window of `window`, not yet shown, and binds every control of its layout. The model
   /// and its controls must outlive the view.
   [[nodiscard]] virtual std::unique_ptr<WindowView> makeView(Window& window) = 0;

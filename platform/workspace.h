@@ -6,15 +6,12 @@
 #include <filesystem>
 #include <string>
 
+#include "async/interface.h"
+
 namespace zunto {
 
-class Workspace {
+class Workspace : public Interface {
  public:
-  Workspace() = default;
-  Workspace(const Workspace&) = delete;
-  Workspace& operator=(const Workspace&) = delete;
-  virtual ~Workspace() = default;
-
   /// Opens `url` with the default handler for web addresses; a failure is not reported. Returns at once.
   virtual void openWebAddress(const std::string& url) = 0;
 

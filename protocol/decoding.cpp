@@ -139,28 +139,28 @@ MediaJob decodeJob(const json::value& value) {
 }  // namespace
 
 template <>
-MediaJob decodeRecord<MediaJob>(std::string_view text) {
-  return decodeJob(parseWhole(text));
+MediaJob decodeRecord<MediaJob>(std::string_view json) {
+  return decodeJob(parseWhole(json));
 }
 
 template <>
-HelperErrorBody decodeRecord<HelperErrorBody>(std::string_view text) {
+HelperErrorBody decodeRecord<HelperErrorBody>(std::string_view json) {
   HelperErrorBody body;
-  Keys(parseWhole(text), "answer").required("error", body.error);
+  Keys(parseWhole(json), "answer").required("error", body.error);
   return body;
 }
 
 template <>
-std::optional<MediaJob> decodeRecord<std::optional<MediaJob>>(std::string_view text) {
-  const json::value value = parseWhole(text);
+std::optional<MediaJob> decodeRecord<std::optional<MediaJob>>(std::string_view json) {
+  const boost::json::value value = parseWhole(json);
   if (value.is_null()) return std::nullopt;
   return decodeJob(value);
 }
 
-bool isHealthyAnswer(std::string_view text) {
+bool isHealthyAnswer(std::string_view json) {
   try {
-    const json::value answer = parseWhole(text);
-    const json::object* object = answer.if_object();
+    const boost::json::value answer = parseWhole(json);
+    const boost::json::object* object = answer.if_object();
     const json::value* status = object != nullptr ? object->if_contains("status") : nullptr;
     return status != nullptr && status->is_string() && status->get_string() == "ok";
   } catch (const DecodingError&) {

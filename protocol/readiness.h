@@ -8,6 +8,7 @@
 #include <functional>
 #include <string>
 
+#include "async/interface.h"
 #include "async/task.h"
 #include "protocol/processor_client.h"
 
@@ -17,13 +18,8 @@ namespace zunto {
 using EnsureHelper = std::function<Task<bool>()>;
 
 /// All that the step needs of the form.
-class ReadinessForm {
+class ReadinessForm : public Interface {
  public:
-  ReadinessForm() = default;
-  ReadinessForm(const ReadinessForm&) = delete;
-  ReadinessForm& operator=(const ReadinessForm&) = delete;
-  virtual ~ReadinessForm() = default;
-
   /// Shows the form as busy or idle, with `status` in its status line.
   virtual void setBusy(bool busy, const std::string& status) = 0;
 };

@@ -2,7 +2,6 @@
 
 #include <boost/locale/utf.hpp>
 #include <cstddef>
-#include <iterator>
 
 namespace zunto {
 
@@ -23,8 +22,9 @@ bool isAsciiUpper(char c) { return c >= 'A' && c <= 'Z'; }
 }  // namespace
 
 bool isUtf8(std::string_view text) {
-  for (auto next = text.begin(); next != text.end();) {
-    const code_point point = Utf8::decode(next, text.end());
+  const char* const end = text.data() + text.size();
+  for (const char* next = text.data(); next != end;) {
+    const code_point point = Utf8::decode(next, end);
     if (!boost::locale::utf::is_valid_codepoint(point)) return false;
   }
   return true;
@@ -33,11 +33,11 @@ bool isUtf8(std::string_view text) {
 std::string trimmed(std::string_view text) {
   std::size_t begin = text.size();
   std::size_t end = 0;
-  for (auto next = text.begin(); next != text.end();) {
-    const auto start = static_cast<std::size_t>(std::distance(text.begin(), next));
-    if (isWhiteSpaceOrLineEnd(Utf8::decode(next, text.end()))) continue;
+  for (const char* next = text.data(); next != text.data() + text.size();) {
+    const auto start = static_cast<std::size_t>(next - text.data());
+    if (isWhiteSpaceOrLineEnd(Utf8::decode(next, text.data() + text.size()))) continue;
     if (begin > start) begin = start;
-    end = static_cast<std::size_t>(std::distance(text.begin(), next));
+    end = static_cast<std::size_t>(next - text.data());
   }
   return begin < end ? std::string(text.substr(begin, end - begin)) : std::string();
 }

@@ -13,6 +13,9 @@ demo_packages=(
   openssl iproute2 procps
 )
 
+# What builds and runs the tests besides.
+test_packages=(clang clang-format libclang-rt-14-dev libgtest-dev libgmock-dev git)
+
 say() { printf '\033[1m%s\033[0m\n' "$*"; }
 
 missing_packages() {
