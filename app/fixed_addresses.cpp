@@ -18,9 +18,12 @@ Url parsedLiteral(const std::string& literal) {
 
 }  // namespace
 
-FixedAddresses fixedAddresses() {
-  return {.helperBaseURL = parsedLiteral("http://127.0.0.1:43127"),
-          .videoImportPageURL = parsedLiteral("https://" + std::string(webHost) + "/tools/video-import/")};
+FixedAddresses fixedAddresses() { return fixedAddresses(webHost); }
+
+FixedAddresses fixedAddresses(std::string_view webPageHost) {
+  return {
+      .helperBaseURL = parsedLiteral("http://127.0.0.1:43127"),
+      .videoImportPageURL = parsedLiteral("https://" + std::string(webPageHost) + "/tools/video-import/")};
 }
 
 }  // namespace zunto

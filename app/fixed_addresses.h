@@ -1,6 +1,8 @@
 // The two addresses that the whole program is about. Plain values, made once by the entry.
 #pragma once
 
+#include <string_view>
+
 #include "protocol/url.h"
 
 namespace zunto {
@@ -10,7 +12,10 @@ struct FixedAddresses {
   Url videoImportPageURL;  ///< the product's web page of the video-import tool
 };
 
-/// A literal that does not parse is a fatal error.
+/// With the web host that the build was configured with. An address that does not parse is a fatal error.
 [[nodiscard]] FixedAddresses fixedAddresses();
+
+/// With another web host.
+[[nodiscard]] FixedAddresses fixedAddresses(std::string_view webPageHost);
 
 }  // namespace zunto

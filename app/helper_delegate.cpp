@@ -46,10 +46,16 @@ EnsureHelper HelperDelegate::makeEnsureHelper() {
   };
 }
 
+// A tick, too, holds the delegate only while it probes: one that starts after the delegate's end does
+// nothing.
 void HelperDelegate::startHealthTimer() {
-  healthTimer.emplace(capabilities_.executor.clock(), healthInterval, [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->spawn(self->refreshHealth());
-  });
+  const auto tick = [weak = weak_from_this(), &executor = capabilities_.executor] {
+    executor.spawn([](std::weak_ptr<HelperDelegate> delegate) -> Task<void> {
+      const std::shared_ptr<HelperDelegate> self = delegate.lock();
+      if (self) co_await self->refreshHealth();
+    }(weak));
+  };
+  healthTimer.emplace(capabilities_.executor.clock(), healthInterval, tick);
 }
 
 void HelperDelegate::spawn(Task<void> body) {

@@ -1,6 +1,7 @@
 // Launching, awaiting and stopping the processor, and the alert for everything that keeps it from starting.
 #include <array>
 #include <chrono>
+#include <map>
 #include <utility>
 
 #include "app/helper_delegate.h"
@@ -93,8 +94,10 @@ Task<bool> HelperDelegate::launchProcessor() {
   if (!resources) co_return false;
   const Components components(*resources);
   if (const std::optional<std::string> missing = firstMissingComponent(components)) {
-    co_await showAlert("ZUNTO Helper is incomplete", "A required bundled component is missing: " + *missing +
-                                                         ". Download a fresh copy of the app.");
+    std::string message = "A required bundled component is missing: ";
+    message += *missing;
+    message += ". Download a fresh copy of the app.";
+    co_await showAlert("ZUNTO Helper is incomplete", std::move(message));
     co_return false;
   }
   std::string refusal;
@@ -127,16 +130,19 @@ void HelperDelegate::launch(const Components& components) {
 }
 
 ChildSpec HelperDelegate::describeChild(const Components& components) const {
+  const std::map<std::string, std::string> own = {
+      {"HOST", "127.0.0.1"},
+      {"PORT", "43127"},
+      {"PATH", components.toolFolder.string() + ":/usr/bin:/bin"},
+      {"YT_DLP_PATH", components.ytDlp.string()},
+      {"FFMPEG_PATH", components.ffmpeg.string()},
+      {"FFPROBE_PATH", components.ffprobe.string()},
+      {"ZUNTO_DEPENDENCIES_VERIFIED", "1"},
+      {"ZUNTO_HELPER_PARENT_PID", std::to_string(capabilities_.host.processIdentifier())},
+      {"TEMP_ROOT", (capabilities_.host.temporaryFolder() / "zunto-video-import").string()},
+  };
   std::map<std::string, std::string> environment = capabilities_.host.environment();
-  environment["HOST"] = "127.0.0.1";
-  environment["PORT"] = "43127";
-  environment["PATH"] = components.toolFolder.string() + ":/usr/bin:/bin";
-  environment["YT_DLP_PATH"] = components.ytDlp.string();
-  environment["FFMPEG_PATH"] = components.ffmpeg.string();
-  environment["FFPROBE_PATH"] = components.ffprobe.string();
-  environment["ZUNTO_DEPENDENCIES_VERIFIED"] = "1";
-  environment["ZUNTO_HELPER_PARENT_PID"] = std::to_string(capabilities_.host.processIdentifier());
-  environment["TEMP_ROOT"] = (capabilities_.host.temporaryFolder() / "zunto-video-import").string();
+  for (const auto& [key, value] : own) environment.insert_or_assign(key, value);
   return {.executable = components.node,
           .arguments = {components.script.string()},
           .workingFolder = components.processorFolder,
