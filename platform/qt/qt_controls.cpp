@@ -1,9 +1,9 @@
 #include "platform/qt/qt_controls.h"
 
 #include <QCheckBox>
-#include <QFrame>
 #include <QKeyEvent>
 #include <QLineEdit>
+#include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
 #include <cmath>
@@ -107,6 +107,11 @@ class ButtonWidget final : public QPushButton {
 
   void mirrorNothing() {}
 
+  /// Some styles leave hardly any room beside the title.
+  [[nodiscard]] QSize sizeHint() const override {
+    return QPushButton::sizeHint() + QSize(2 * fontMetrics().averageCharWidth(), 0);
+  }
+
  protected:
   void keyPressEvent(QKeyEvent* event) override {
     const bool isReturn = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
@@ -131,11 +136,34 @@ class BarWidget final : public QProgressBar {
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
   }
 
+  /// Without a text in it a bar is as high as one.
+  [[nodiscard]] QSize sizeHint() const override {
+    return {QProgressBar::sizeHint().width(), fontMetrics().height()};
+  }
+  [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
+
   void mirrorValue() { setValue(static_cast<int>(std::lround(model_.value() * stepsPerPercent))); }
 
  private:
   static constexpr int stepsPerPercent = 10;
   const ProgressBar& model_;
+};
+
+/// A frame's line is bright on some dark palettes.
+class LineWidget final : public QWidget {
+ public:
+  explicit LineWidget(QWidget* parent) : QWidget(parent) {
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setFixedHeight(1);
+  }
+
+ protected:
+  void paintEvent(QPaintEvent*) override {
+    constexpr float share = 0.2F;
+    QPainter painter(this);
+    painter.setOpacity(share);
+    painter.fillRect(rect(), palette().color(QPalette::WindowText));
+  }
 };
 
 }  // namespace
@@ -204,11 +232,6 @@ QWidget& QtControlMaker::make(ProgressBar& model) {
   return bind(std::make_unique<BarWidget>(model, &parent_), model, focus_, &BarWidget::mirrorValue);
 }
 
-QWidget& QtControlMaker::make(const Separator&) {
-  auto line = std::make_unique<QFrame>(&parent_);
-  line->setFrameStyle(static_cast<int>(QFrame::HLine) | static_cast<int>(QFrame::Sunken));
-  line->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-  return *line.release();
-}
+QWidget& QtControlMaker::make(const Separator&) { return *std::make_unique<LineWidget>(&parent_).release(); }
 
 }  // namespace zunto

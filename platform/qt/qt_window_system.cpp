@@ -9,6 +9,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QWidget>
+#include <algorithm>
 #include <cmath>
 #include <optional>
 #include <utility>
@@ -27,11 +28,11 @@ QSize nativeSize(const Size& size) {
   return {static_cast<int>(std::lround(size.width)), static_cast<int>(std::lround(size.height))};
 }
 
-/// The window's controls. Asks for the model's sizes, or for more where the controls need more.
+/// The window's controls. No smaller than the model says, nor than the controls need.
 class ContentWidget final : public QWidget {
  public:
   ContentWidget(const WindowSpec& spec, QtFocusKeeper& focus, QWidget* parent)
-      : QWidget(parent), size_(nativeSize(spec.contentSize)), minimumSize_(nativeSize(spec.minimumSize)) {
+      : QWidget(parent), minimumSize_(nativeSize(spec.minimumSize)) {
     QtControlMaker maker(*this, focus);
     std::unique_ptr<QBoxLayout> layout = makeStackLayout(spec.content, maker);
     layout->setContentsMargins(static_cast<int>(std::lround(spec.insets.leading)),
@@ -42,13 +43,11 @@ class ContentWidget final : public QWidget {
     setLayout(layout.release());
   }
 
-  [[nodiscard]] QSize sizeHint() const override { return size_.expandedTo(minimumSizeHint()); }
   [[nodiscard]] QSize minimumSizeHint() const override {
     return QWidget::minimumSizeHint().expandedTo(minimumSize_);
   }
 
  private:
-  QSize size_;
   QSize minimumSize_;
 };
 
@@ -118,7 +117,8 @@ class NativeWindow final : public QWidget {
     setLayout(layout.release());
     statusMenu_.emplace(statusMenu, *this, *bar_);
     updateMinimumSize();
-    resize(sizeHint());
+    const int barHeight = bar_->isHidden() ? 0 : bar_->sizeHint().height();
+    resize((nativeSize(model.spec().contentSize) + QSize(0, barHeight)).expandedTo(minimumSize()));
     // The keyboard starts at the first control.
     focusNextChild();
   }
