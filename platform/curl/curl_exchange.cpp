@@ -107,7 +107,9 @@ CurlList headerList(const HttpRequest& request) {
       throw SystemError("The request has a header value that is not valid.");
     }
     const bool isBlank = value.find_first_not_of(" \t") == std::string::npos;
-    append(list, isBlank ? name + ";" : name + ": " + value);  // "Name: " would mean no such header
+    std::string line = name;
+    line += isBlank ? ";" : ": " + value;  // "Name: " would mean no such header
+    append(list, line);
   }
   append(list, "Expect:");  // no round trip before a body
   if (!isHeaderNamed(request.headers, "Content-Type")) append(list, "Content-Type:");

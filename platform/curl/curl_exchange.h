@@ -32,6 +32,7 @@ class CurlExchange {
                std::unique_ptr<PosixTemporaryFile::Writer> writer, Completed completed);
   CurlExchange(const CurlExchange&) = delete;
   CurlExchange& operator=(const CurlExchange&) = delete;
+  ~CurlExchange() = default;
 
   [[nodiscard]] CURL* handle() const { return easy_.get(); }
 

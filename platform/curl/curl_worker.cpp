@@ -1,10 +1,10 @@
 #include "platform/curl/curl_worker.h"
 
 #include <fcntl.h>
-#include <signal.h>
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
@@ -103,9 +103,8 @@ void CurlWorker::run() {
       const std::lock_guard lock(mutex_);
       std::swap(orders, orders_);
     }
-    const bool isStopped = orders.isStopped;
-    carryOut(std::move(orders));
-    if (isStopped) break;
+    if (orders.isStopped) break;
+    carryOut(orders);
     int stillRunning = 0;
     curl_multi_perform(multi_.get(), &stillRunning);
     finishEnded();
@@ -117,7 +116,7 @@ void CurlWorker::run() {
   while (!running_.empty()) takeRunning(running_.begin()->first);
 }
 
-void CurlWorker::carryOut(Orders orders) {
+void CurlWorker::carryOut(Orders& orders) {
   for (auto& [id, exchange] : orders.started) {
     const CURLMcode code = curl_multi_add_handle(multi_.get(), exchange->handle());
     if (code != CURLM_OK) throw std::bad_alloc();

@@ -55,7 +55,7 @@ class CurlWorker {
   static std::unique_ptr<CURLM, MultiDeleter> makeMulti();
 
   void run();
-  void carryOut(Orders orders);
+  void carryOut(Orders& orders);
   void finishEnded();
   void timeOutSilent();
   [[nodiscard]] int millisecondsToDeadline() const;

@@ -11,9 +11,9 @@ namespace zunto {
 
 Wakeup::Wakeup() {
 #ifdef __linux__
-  const bool isMade = ::pipe2(ends_, O_CLOEXEC | O_NONBLOCK) == 0;
+  const bool isMade = ::pipe2(ends_.data(), O_CLOEXEC | O_NONBLOCK) == 0;
 #else
-  const bool isMade = ::pipe(ends_) == 0;
+  const bool isMade = ::pipe(ends_.data()) == 0;
 #endif
   if (!isMade) throw SystemError("The network could not be set up: too many files are open.");
 #ifndef __linux__

@@ -5,6 +5,8 @@
 // Owner: the worker. Thread: ring() from any thread, the rest on the thread that polls.
 #pragma once
 
+#include <array>
+
 namespace zunto {
 
 class Wakeup {
@@ -22,7 +24,7 @@ class Wakeup {
   void clear() const;
 
  private:
-  int ends_[2] = {-1, -1};
+  std::array<int, 2> ends_{-1, -1};  // to read from, to write to
 };
 
 }  // namespace zunto

@@ -1,10 +1,12 @@
 #include "platform/posix/posix_temporary_file.h"
 
 #include <fcntl.h>
-#include <stdio.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <random>
 #include <utility>
 
@@ -16,9 +18,7 @@ namespace {
 
 constexpr mode_t ordinaryFileMode = 0666;  // less what the user's umask takes away
 
-/// Of the call that has just set errno.
-SystemError saveFailure(const std::filesystem::path& destination) {
-  const int error = errno;
+SystemError saveFailure(const std::filesystem::path& destination, int error) {
   return systemFailure("The file could not be saved as " + quotedName(destination), error);
 }
 
@@ -53,7 +53,8 @@ int renameExclusively(int folder, const std::string& name, const std::filesystem
 }
 
 bool knowsNoExclusiveRename(int error) {
-  return error == EINVAL || error == ENOSYS || error == ENOTSUP || error == EOPNOTSUPP;
+  constexpr std::array answers{EINVAL, ENOSYS, ENOTSUP, EOPNOTSUPP};
+  return std::find(answers.begin(), answers.end(), error) != answers.end();
 }
 
 }  // namespace
@@ -91,7 +92,8 @@ void PosixTemporaryFile::moveTo(const std::filesystem::path& destination) {
   if (method_ == MoveMethod::claimedName) {
     moveOntoClaimedName(destination);
   } else if (renameExclusively(folder_.number(), name_, destination) != 0) {
-    if (!knowsNoExclusiveRename(errno)) throw saveFailure(destination);
+    const int error = errno;
+    if (!knowsNoExclusiveRename(error)) throw saveFailure(destination, error);
     moveOntoClaimedName(destination);
   }
   name_.clear();
@@ -99,12 +101,12 @@ void PosixTemporaryFile::moveTo(const std::filesystem::path& destination) {
 
 void PosixTemporaryFile::moveOntoClaimedName(const std::filesystem::path& destination) {
   const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-  if (!Descriptor(::open(destination.c_str(), flags, ordinaryFileMode)).isOpen())
-    throw saveFailure(destination);
+  const Descriptor claim(::open(destination.c_str(), flags, ordinaryFileMode));
+  if (!claim.isOpen()) throw saveFailure(destination, errno);
   if (::renameat(folder_.number(), name_.c_str(), AT_FDCWD, destination.c_str()) != 0) {
-    const SystemError failure = saveFailure(destination);
+    const int error = errno;
     ::unlink(destination.c_str());
-    throw failure;
+    throw saveFailure(destination, error);
   }
 }
 

@@ -38,7 +38,7 @@ struct Receiver {
 
 class HttpContract : public ::testing::TestWithParam<WorldMaker> {
  protected:
-  HttpRequest get(const std::string& path) const {
+  [[nodiscard]] HttpRequest get(const std::string& path) const {
     HttpRequest request;
     request.url = world->url(path);
     request.timeout = 10s;

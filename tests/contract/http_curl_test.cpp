@@ -44,7 +44,7 @@ class CurlHttpSessionTest : public ::testing::Test {
     HttpRequest request;
     request.method = method;
     request.url = url;
-    request.timeout = 10s;
+    request.timeout = 60s;  // longer than any case waits
     return request;
   }
 
@@ -325,8 +325,7 @@ TEST_F(CurlHttpSessionTest, AConnectionResetWithinTheBodyFails) {
   RawServer server([](RawServer::Connection& connection) {
     connection.readRequest();
     connection.send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nabc");
-    connection.wait(200ms);
-    connection.reset();
+    if (connection.wait(200ms)) connection.reset();
   });
   EXPECT_EQ(failureOf(outcomeOf(requestTo(server.url("/")))),
             "The connection to the local processor was lost.");
@@ -366,7 +365,7 @@ TEST_F(CurlHttpSessionTest, ADroppedTransferClosesItsConnection) {
     connection.readRequest();
     connection.waitForClient();
   });
-  auto transfer = session->send(requestTo(server.url("/")), [](Outcome<HttpResponse>) {});
+  auto transfer = session->send(requestTo(server.url("/")), [](const auto&) {});
   ASSERT_TRUE(runUntil([&] { return server.requests().size() == 1; }));
   EXPECT_EQ(server.departures(), 0);
   transfer.reset();

@@ -33,7 +33,7 @@ class RawServer {
     bool send(std::string_view bytes);
 
     /// Lets time pass; answers false when the server ends meanwhile.
-    bool wait(std::chrono::nanoseconds duration) const;
+    [[nodiscard]] bool wait(std::chrono::nanoseconds duration) const;
 
     /// Waits until the client closes its end or the server ends.
     void waitForClient();

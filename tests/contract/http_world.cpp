@@ -60,7 +60,9 @@ class ScriptedWorld final : public HttpWorld {
     files_ = session_->files();
     session_.reset();
   }
-  std::string url(const std::string& path) const override { return "http://127.0.0.1:43127" + path; }
+  [[nodiscard]] std::string url(const std::string& path) const override {
+    return "http://127.0.0.1:43127" + path;
+  }
   std::string urlWithoutListener() override {
     session_->answer("GET", "/nobody", ScriptedAnswer::refusedConnection());
     return url("/nobody");
@@ -71,7 +73,7 @@ class ScriptedWorld final : public HttpWorld {
   void cutShort(const std::string& method, const std::string& path) override {
     session_->answer(method, path, ScriptedAnswer::cutShort());
   }
-  std::vector<SeenRequest> seen() const override {
+  [[nodiscard]] std::vector<SeenRequest> seen() const override {
     if (!session_) return seen_;
     std::vector<SeenRequest> seen;
     for (const RecordedRequest& request : session_->requests()) {
@@ -79,13 +81,15 @@ class ScriptedWorld final : public HttpWorld {
     }
     return seen;
   }
-  std::filesystem::path folder() const override { return "/scripted/folder"; }
-  std::size_t filesInFolder() const override {
+  [[nodiscard]] std::filesystem::path folder() const override { return "/scripted/folder"; }
+  [[nodiscard]] std::size_t filesInFolder() const override {
     const auto& files = session_ ? session_->files() : files_;
     return static_cast<std::size_t>(
         std::count_if(files.begin(), files.end(), [](const auto& file) { return !file->isRemoved; }));
   }
-  std::string contentAt(const std::filesystem::path& file) const override { return moved_.at(file); }
+  [[nodiscard]] std::string contentAt(const std::filesystem::path& file) const override {
+    return moved_.at(file);
+  }
   bool runUntil(const std::function<bool()>& isReached) override {
     for (auto waited = 0ms; waited < 20s && !isReached(); waited += 10ms) clock_.loop().advance(10ms);
     return isReached();
@@ -124,7 +128,7 @@ class RealWorld final : public HttpWorld {
  public:
   HttpSession& session() override { return *session_; }
   void endSession() override { session_.reset(); }
-  std::string url(const std::string& path) const override { return server_.url(path); }
+  [[nodiscard]] std::string url(const std::string& path) const override { return server_.url(path); }
   std::string urlWithoutListener() override {
     return RawServer([](RawServer::Connection&) {}).url("/nobody");
   }
@@ -136,14 +140,16 @@ class RealWorld final : public HttpWorld {
       connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
     });
   }
-  std::vector<SeenRequest> seen() const override {
+  [[nodiscard]] std::vector<SeenRequest> seen() const override {
     std::vector<SeenRequest> seen;
     for (const std::string& raw : server_.requests()) seen.push_back(parsed(raw));
     return seen;
   }
-  std::filesystem::path folder() const override { return folder_.path(); }
-  std::size_t filesInFolder() const override { return folder_.count(); }
-  std::string contentAt(const std::filesystem::path& file) const override { return contentOf(file); }
+  [[nodiscard]] std::filesystem::path folder() const override { return folder_.path(); }
+  [[nodiscard]] std::size_t filesInFolder() const override { return folder_.count(); }
+  [[nodiscard]] std::string contentAt(const std::filesystem::path& file) const override {
+    return contentOf(file);
+  }
   bool runUntil(const std::function<bool()>& isReached) override { return runFor(20s, isReached); }
   void awaitQueuedTurn() override {
     while (clock_.posts() == 0) std::this_thread::sleep_for(1ms);
@@ -159,7 +165,8 @@ class RealWorld final : public HttpWorld {
     if (answer.isSilent) return connection.waitForClient();
     if (!connection.wait(answer.delay)) return;
     std::string head = "HTTP/1.1 " + std::to_string(answer.status.value_or(0)) + " Status\r\n";
-    for (const auto& [name, value] : answer.headers) head += name + ": " + value + "\r\n";
+    for (const auto& [name, value] : answer.headers)
+      head.append(name).append(": ").append(value).append("\r\n");
     head += "Content-Length: " + std::to_string(answer.body.size()) + "\r\n\r\n";
     const std::size_t pieceSize = (answer.body.size() + answer.pieces - 1) / answer.pieces;
     connection.send(head);

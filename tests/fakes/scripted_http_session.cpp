@@ -22,11 +22,11 @@ struct Ending {
 };
 
 Ending endingOf(const ScriptedAnswer& answer, nanoseconds timeout) {
-  const Ending timedOut{timeout, "The request timed out."};
-  if (answer.isSilent || answer.delay >= timeout) return timedOut;
+  const std::string timedOut = "The request timed out.";
+  if (answer.isSilent || answer.delay >= timeout) return {timeout, timedOut};
   if (answer.failure) return {answer.delay, answer.failure};
   const nanoseconds::rep gaps = answer.pieces > 1 ? static_cast<nanoseconds::rep>(answer.pieces) - 1 : 0;
-  if (gaps > 0 && answer.pieceInterval >= timeout) return {answer.delay + timeout, timedOut.failure};
+  if (gaps > 0 && answer.pieceInterval >= timeout) return {answer.delay + timeout, timedOut};
   return {answer.delay + gaps * answer.pieceInterval, std::nullopt};
 }
 

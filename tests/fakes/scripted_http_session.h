@@ -74,6 +74,8 @@ class ScriptedHttpSession final : public HttpSession {
  public:
   /// `clock` must outlive this object. Past `memoryLimit` bytes of body, send() fails.
   explicit ScriptedHttpSession(Clock& clock, std::size_t memoryLimit = std::size_t{64} << 20);
+  ScriptedHttpSession(const ScriptedHttpSession&) = delete;
+  ScriptedHttpSession& operator=(const ScriptedHttpSession&) = delete;
   ~ScriptedHttpSession() override;
 
   /// Queues the answer to one request of `method` for `path` ("/jobs/1"). Answers of the same method and path
