@@ -1,0 +1,115 @@
+#include "platform/qt/qt_application.h"
+
+#include <gtest/gtest.h>
+
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+#include <QWindow>
+#include <csignal>
+#include <memory>
+#include <vector>
+
+#include "tests/qt/instance.h"
+#include "tests/qt/qt_world.h"
+
+namespace zunto::testing {
+namespace {
+
+class RecordingDelegate final : public ApplicationDelegate {
+ public:
+  void applicationDidFinishLaunching() override {
+    calls.emplace_back("launched");
+    if (whenLaunched) whenLaunched();
+  }
+  void applicationWillTerminate() override { calls.emplace_back("willTerminate"); }
+
+  std::vector<std::string> calls;
+  std::function<void()> whenLaunched;
+};
+
+class QtApplicationLife : public QtTest {
+ protected:
+  QtApplicationLife() { application.setDelegate(delegate); }
+
+  std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+  std::vector<std::string> whole{"launched", "willTerminate"};
+};
+
+TEST_F(QtApplicationLife, LaunchesOnATurnOfTheLoopAndTellsItsEndOnce) {
+  delegate->whenLaunched = [this] {
+    application.terminate();
+    application.terminate();
+  };
+  EXPECT_TRUE(delegate->calls.empty());
+  application.run();
+  EXPECT_EQ(delegate->calls, whole);
+}
+
+TEST_F(QtApplicationLife, TerminatesInsideTheCallThatAsksForIt) {
+  delegate->whenLaunched = [this] {
+    application.terminate();
+    delegate->calls.emplace_back("after");
+  };
+  application.run();
+  whole.emplace_back("after");
+  EXPECT_EQ(delegate->calls, whole);
+}
+
+TEST_F(QtApplicationLife, DoesNotRunOnceItWasTerminated) {
+  application.terminate();
+  application.run();
+  EXPECT_EQ(delegate->calls, std::vector<std::string>{"willTerminate"});
+}
+
+TEST_F(QtApplicationLife, HoldsItsDelegateWeakly) {
+  delegate.reset();
+  clock.post([this] { application.terminate(); });
+  application.run();
+}
+
+TEST_F(QtApplicationLife, EndOfTheSessionTerminates) {
+  QWidget window;
+  window.show();
+  delegate->whenLaunched = [] { QCoreApplication::quit(); };
+  application.run();
+  EXPECT_EQ(delegate->calls, whole);
+}
+
+TEST_F(QtApplicationLife, ClosingTheLastWindowDoesNotTerminate) {
+  QWidget window;
+  window.show();
+  bool wentOn = false;
+  std::unique_ptr<Timer> later;
+  delegate->whenLaunched = [&] {
+    window.close();
+    later = clock.callLater(std::chrono::milliseconds(50), [&] {
+      wentOn = true;
+      application.terminate();
+    });
+  };
+  application.run();
+  EXPECT_TRUE(wentOn);
+}
+
+TEST_F(QtTest, FirstArgumentThatIsNotQtsIsTheLink) { EXPECT_EQ(application.linkArgument(), std::nullopt); }
+
+class Signals : public QtTest, public ::testing::WithParamInterface<int> {};
+
+INSTANTIATE_TEST_SUITE_P(Ending, Signals, ::testing::Values(SIGTERM, SIGINT, SIGHUP));
+
+TEST_P(Signals, TerminateInTheOrdinaryWay) {
+  const QTemporaryDir folder;
+  QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+  environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), folder.path());
+  Instance program(environment);
+  ASSERT_TRUE(runUntil([&program] { return program.hasSaid("launched"); }));
+  program.signal(GetParam());
+  ASSERT_TRUE(runUntil([&program] { return program.hasEnded(); }));
+  const QStringList expected{QStringLiteral("first"), QStringLiteral("launched"),
+                             QStringLiteral("willTerminate"), QStringLiteral("ended")};
+  EXPECT_EQ(program.said(), expected);
+  EXPECT_EQ(program.exitCode(), 0);
+}
+
+}  // namespace
+}  // namespace zunto::testing

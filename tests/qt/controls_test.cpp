@@ -1,0 +1,266 @@
+#include <gtest/gtest.h>
+
+#include <QAccessible>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QWheelEvent>
+
+#include "platform/qt/qt_controls.h"
+#include "tests/qt/qt_world.h"
+
+namespace zunto::testing {
+namespace {
+
+class QtControls : public QtTest {
+ protected:
+  template <class Native, class Model>
+  Native& make(Model& model) {
+    return dynamic_cast<Native&>(maker.make(model));
+  }
+
+  QtFocusKeeper focus;
+  QWidget window;
+  QtControlMaker maker{window, focus};
+};
+
+TEST_F(QtControls, FieldShowsTheModelsTextAndForwardsEdits) {
+  TextField model("placeholder");
+  model.setText("at first");
+  auto& field = make<QLineEdit>(model);
+  EXPECT_EQ(field.text().toStdString(), "at first");
+  EXPECT_EQ(field.placeholderText().toStdString(), "placeholder");
+  model.setText("Grüße — ●");
+  EXPECT_EQ(fromQString(field.text()), "Grüße — ●");
+  field.setCursorPosition(0);
+  press(field, Qt::Key_X, Qt::NoModifier, QStringLiteral("x"));
+  EXPECT_EQ(model.text(), "xGrüße — ●");
+}
+
+TEST_F(QtControls, FieldDoesNotEchoTheModelsOwnChanges) {
+  TextField model("");
+  make<QLineEdit>(model);
+  int changes = 0;
+  const auto subscription = model.observe([&changes] { ++changes; });
+  model.setText("two\nlines");
+  EXPECT_EQ(changes, 1);
+  EXPECT_EQ(model.text(), "two\nlines");
+}
+
+TEST_F(QtControls, FieldKeepsItsCursorWhenTheTextIsEqual) {
+  TextField model("");
+  model.setText("https://media.example");
+  auto& field = make<QLineEdit>(model);
+  field.setCursorPosition(5);
+  press(field, Qt::Key_Y, Qt::NoModifier, QStringLiteral("y"));
+  EXPECT_EQ(field.cursorPosition(), 6);
+  model.setText(model.text());
+  model.setAccessibleName("another notice");
+  EXPECT_EQ(field.cursorPosition(), 6);
+}
+
+TEST_F(QtControls, DisabledFieldTakesNoTextNotEvenFromAScreenReader) {
+  TextField model("");
+  model.setText("kept");
+  auto& field = make<QLineEdit>(model);
+  model.setEnabled(false);
+  QAccessible::queryAccessibleInterface(&field)->setText(QAccessible::Value, QStringLiteral("changed"));
+  EXPECT_EQ(field.text().toStdString(), "kept");
+  EXPECT_EQ(model.text(), "kept");
+}
+
+TEST_F(QtControls, FieldTakesTextFromAScreenReader) {
+  TextField model("");
+  auto& field = make<QLineEdit>(model);
+  QAccessible::queryAccessibleInterface(&field)->setText(QAccessible::Value, QStringLiteral("spoken"));
+  EXPECT_EQ(model.text(), "spoken");
+}
+
+TEST_F(QtControls, FieldTakesALinkOfAHundredKilobytes) {
+  TextField model("");
+  auto& field = make<QLineEdit>(model);
+  const std::string link = "https://media.example/" + std::string(100'000, 'a');
+  model.setText(link);
+  EXPECT_EQ(fromQString(field.text()), link);
+}
+
+TEST_F(QtControls, FieldTakesDroppedAndPastedText) {
+  TextField model("");
+  auto& field = make<QLineEdit>(model);
+  EXPECT_TRUE(field.acceptDrops());
+  field.insert(QStringLiteral("https://media.example/v"));
+  EXPECT_EQ(model.text(), "https://media.example/v");
+}
+
+TEST_F(QtControls, CheckBoxIsToggledByItsModelAlone) {
+  CheckBox model("Permission & more", true);
+  auto& box = make<QCheckBox>(model);
+  EXPECT_TRUE(box.isChecked());
+  EXPECT_EQ(box.text().toStdString(), "Permission && more");
+  box.click();
+  EXPECT_FALSE(model.isOn());
+  EXPECT_FALSE(box.isChecked());
+  model.setOn(true);
+  EXPECT_TRUE(box.isChecked());
+  box.toggle();
+  EXPECT_FALSE(model.isOn());
+}
+
+TEST_F(QtControls, DisabledCheckBoxStaysAsItIs) {
+  CheckBox model("Permission", true);
+  auto& box = make<QCheckBox>(model);
+  model.setEnabled(false);
+  box.toggle();
+  EXPECT_TRUE(model.isOn());
+  EXPECT_TRUE(box.isChecked());
+}
+
+TEST_F(QtControls, ButtonForwardsClicksOnlyWhileItIsEnabled) {
+  PushButton model("Analyze");
+  int clicks = 0;
+  model.setAction([&clicks] { ++clicks; });
+  auto& button = make<QPushButton>(model);
+  button.click();
+  EXPECT_EQ(clicks, 1);
+  model.setEnabled(false);
+  EXPECT_FALSE(button.isEnabled());
+  button.click();
+  press(button, Qt::Key_Space);
+  EXPECT_EQ(clicks, 1);
+}
+
+TEST_F(QtControls, FocusedButtonIsPressedByReturnAndBySpace) {
+  PushButton model("Paste");
+  int clicks = 0;
+  model.setAction([&clicks] { ++clicks; });
+  auto& button = make<QPushButton>(model);
+  press(button, Qt::Key_Return);
+  press(button, Qt::Key_Space);
+  EXPECT_EQ(clicks, 2);
+}
+
+TEST_F(QtControls, PopUpKeepsEqualTitlesApart) {
+  PopUpButton model({"English", "English", "English"});
+  int actions = 0;
+  model.setAction([&actions] { ++actions; });
+  auto& popUp = make<QComboBox>(model);
+  EXPECT_EQ(popUp.count(), 3);
+  press(popUp, Qt::Key_Down);
+  press(popUp, Qt::Key_Down);
+  EXPECT_EQ(model.selectedIndex(), 2U);
+  EXPECT_EQ(actions, 2);
+  model.selectIndex(1);
+  EXPECT_EQ(popUp.currentIndex(), 1);
+  EXPECT_EQ(actions, 2);
+}
+
+TEST_F(QtControls, PopUpSelectsTheFirstItemOfANewList) {
+  PopUpButton model({"Analyze first"});
+  auto& popUp = make<QComboBox>(model);
+  model.removeAllItems();
+  EXPECT_EQ(popUp.currentIndex(), -1);
+  model.addItem("1080p");
+  model.addItem("720p");
+  EXPECT_EQ(popUp.count(), 2);
+  EXPECT_EQ(popUp.currentText().toStdString(), "1080p");
+}
+
+TEST_F(QtControls, PopUpIsNotChangedByScrollingPastIt) {
+  PopUpButton model({"one", "two"});
+  auto& popUp = make<QComboBox>(model);
+  QWheelEvent wheel({5, 5}, {5, 5}, {}, {0, -120}, Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+  QApplication::sendEvent(&popUp, &wheel);
+  EXPECT_EQ(popUp.currentIndex(), 0);
+  EXPECT_EQ(model.selectedIndex(), 0U);
+}
+
+TEST_F(QtControls, PopUpSpeaksItsNameAndItsSelection) {
+  PopUpButton model({"1080p", "720p"});
+  model.setAccessibleName("Quality");
+  auto& popUp = make<QComboBox>(model);
+  QAccessibleInterface* spoken = QAccessible::queryAccessibleInterface(&popUp);
+  EXPECT_EQ(spoken->role(), QAccessible::ComboBox);
+  EXPECT_EQ(spoken->text(QAccessible::Name).toStdString(), "Quality");
+  EXPECT_EQ(spoken->text(QAccessible::Description).toStdString(), "1080p");
+  model.selectIndex(1);
+  EXPECT_EQ(spoken->text(QAccessible::Value).toStdString(), "720p");
+  ASSERT_EQ(spoken->childCount(), 1);
+  EXPECT_EQ(spoken->child(0)->role(), QAccessible::List);
+  EXPECT_EQ(spoken->child(0)->childCount(), 2);
+}
+
+TEST_F(QtControls, BarShowsFractionsOfPercents) {
+  ProgressBar model;
+  model.setAccessibleName("Progress");
+  auto& bar = make<QProgressBar>(model);
+  model.setValue(42.5);
+  EXPECT_EQ(bar.value() * 200, bar.maximum() * 85);
+  EXPECT_EQ(bar.minimum(), 0);
+  EXPECT_EQ(bar.accessibleName().toStdString(), "Progress");
+  model.setValue(100);
+  EXPECT_EQ(bar.value(), bar.maximum());
+}
+
+TEST_F(QtControls, HiddenFromTheStartStaysHiddenWhenTheWindowIsShown) {
+  PushButton model("Cancel");
+  model.setHidden(true);
+  auto& button = make<QPushButton>(model);
+  window.show();
+  EXPECT_FALSE(button.isVisible());
+  model.setHidden(false);
+  EXPECT_TRUE(button.isVisible());
+}
+
+TEST_F(QtControls, FocusMovesOnFromADisabledControlAndComesBack) {
+  TextField fieldModel("");
+  PushButton pasteModel("Paste");
+  CheckBox checkModel("Permission", true);
+  auto& field = make<QLineEdit>(fieldModel);
+  make<QPushButton>(pasteModel);
+  auto& check = make<QCheckBox>(checkModel);
+  window.show();
+  field.setFocus();
+  fieldModel.setEnabled(false);
+  pasteModel.setEnabled(false);
+  EXPECT_EQ(window.focusWidget(), &check);
+  fieldModel.setEnabled(true);
+  EXPECT_EQ(window.focusWidget(), &field);
+}
+
+TEST_F(QtControls, FocusMovesOnFromAHiddenControl) {
+  PushButton cancelModel("Cancel");
+  CheckBox checkModel("Permission", true);
+  auto& cancel = make<QPushButton>(cancelModel);
+  auto& check = make<QCheckBox>(checkModel);
+  window.show();
+  cancel.setFocus();
+  cancelModel.setHidden(true);
+  EXPECT_EQ(window.focusWidget(), &check);
+}
+
+TEST_F(QtControls, FocusStaysWhereTheUserHasMovedItMeanwhile) {
+  TextField fieldModel("");
+  CheckBox checkModel("Permission", true);
+  PushButton otherModel("Other");
+  auto& field = make<QLineEdit>(fieldModel);
+  make<QCheckBox>(checkModel);
+  auto& other = make<QPushButton>(otherModel);
+  window.show();
+  field.setFocus();
+  fieldModel.setEnabled(false);
+  other.setFocus();
+  fieldModel.setEnabled(true);
+  EXPECT_EQ(window.focusWidget(), &other);
+}
+
+TEST_F(QtControls, WidgetMayEndBeforeItsModelChangesAgain) {
+  Label model("text");
+  QWidget* label = &maker.make(model);
+  const std::unique_ptr<QWidget> ended(label);
+  model.setText("nobody looks");
+}
+
+}  // namespace
+}  // namespace zunto::testing

@@ -1,0 +1,66 @@
+#include "platform/qt/qt_desktop.h"
+
+#include <gtest/gtest.h>
+
+#include <QClipboard>
+#include <QMimeData>
+#include <memory>
+
+#include "platform/qt/qt_dbus_object.h"
+#include "tests/qt/private_bus.h"
+#include "tests/qt/qt_world.h"
+
+namespace zunto::testing {
+namespace {
+
+TEST_F(QtTest, PasteboardGivesItsPlainText) {
+  const QtPasteboard pasteboard;
+  QGuiApplication::clipboard()->setText(QString::fromUtf8("  https://media.example/ü ●\n"));
+  EXPECT_EQ(pasteboard.plainText(), "  https://media.example/ü ●\n");
+}
+
+TEST_F(QtTest, PasteboardWithoutTextGivesNone) {
+  auto data = std::make_unique<QMimeData>();
+  data->setData(QStringLiteral("image/png"), QByteArray("not a text"));
+  QGuiApplication::clipboard()->setMimeData(data.release());
+  EXPECT_EQ(QtPasteboard().plainText(), std::nullopt);
+}
+
+TEST(FileAddress, EncodesEveryByteThatIsNotPlain) {
+  EXPECT_EQ(fileAddress("/home/me/a b#c?d%e,ü.mp4"), "file:///home/me/a%20b%23c%3Fd%25e%2C%C3%BC.mp4");
+  EXPECT_EQ(fileAddress("/tmp/\xff"), "file:///tmp/%FF");
+}
+
+class FileViewer : public QtTest {
+ protected:
+  QDBusConnection connect(const char* name) const {
+    return QDBusConnection::connectToBus(bus.address(), QString::fromLatin1(name));
+  }
+
+  PrivateBus bus;
+  QStringList shown;
+};
+
+TEST_F(FileViewer, IsAskedToShowTheOneLocation) {
+  QDBusConnection viewer = connect("viewer");
+  const QtDBusObject object(viewer, QStringLiteral("/org/freedesktop/FileManager1"),
+                            {.interface = QStringLiteral("org.freedesktop.FileManager1"),
+                             .description = QString(),
+                             .properties = [] { return QVariantMap(); },
+                             .call =
+                                 [this](const QDBusMessage& call, const QDBusConnection& from) {
+                                   if (call.member() != QLatin1String("ShowItems")) return false;
+                                   shown = call.arguments()[0].toStringList();
+                                   from.send(call.createReply());
+                                   return true;
+                                 }});
+  viewer.registerService(QStringLiteral("org.freedesktop.FileManager1"));
+  QtWorkspace workspace(connect("program"));
+  workspace.reveal("/home/me/My clip.mp4");
+  EXPECT_TRUE(shown.isEmpty());
+  ASSERT_TRUE(runUntil([this] { return !shown.isEmpty(); }));
+  EXPECT_EQ(shown, QStringList(QStringLiteral("file:///home/me/My%20clip.mp4")));
+}
+
+}  // namespace
+}  // namespace zunto::testing

@@ -1,0 +1,53 @@
+// A program as the real one, without its logic: says on standard output what happens to it.
+#include <QApplication>
+#include <csignal>
+#include <iostream>
+#include <memory>
+
+#include "platform/qt/qt_application.h"
+#include "platform/qt/qt_clock.h"
+#include "platform/qt/qt_session_bus.h"
+#include "platform/qt/qt_single_instance.h"
+#include "platform/qt/qt_url_events.h"
+
+namespace {
+
+void say(const std::string& what) { std::cout << what << std::endl; }
+
+class Teller final : public zunto::ApplicationDelegate {
+ public:
+  explicit Teller(zunto::QtUrlEvents& links) : links_(links) {}
+  void applicationDidFinishLaunching() override {
+    links_.setHandler([](const zunto::UrlEvent& event) {
+      const std::string& link = *event.directObject->stringValue;
+      say("link " + std::to_string(link.size()) + " " + link.substr(0, 80));
+    });
+    say("launched");
+  }
+  void applicationWillTerminate() override { say("willTerminate"); }
+
+ private:
+  zunto::QtUrlEvents& links_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace zunto;
+  QtApplication application(argc, argv);
+  QtClock clock;
+  QtUrlEvents links(clock);
+  QtSingleInstance instance(clock, links, connectToSessionBus());
+  const auto role = instance.claim({application.linkArgument(), application.activationToken()});
+  if (role == QtSingleInstance::Role::handedOver) {
+    say("handedOver");
+    return 0;
+  }
+  say("first");
+  const auto delegate = std::make_shared<Teller>(links);
+  application.setDelegate(delegate);
+  instance.setActivateHandler([] { say("activate"); });
+  application.run();
+  say("ended");
+  return 0;
+}

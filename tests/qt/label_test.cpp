@@ -1,0 +1,108 @@
+#include "platform/qt/qt_text_label.h"
+
+#include <gtest/gtest.h>
+
+#include <QAccessible>
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "tests/qt/qt_world.h"
+
+namespace zunto::testing {
+namespace {
+
+class QtLabel : public QtTest {
+ protected:
+  QWidget window;
+};
+
+TEST_F(QtLabel, TruncatesALineAtItsTail) {
+  const Label model("A title that does not fit", {.truncatesTail = true});
+  QtTextLabel label(model, &window);
+  label.resize(80, 20);
+  ASSERT_EQ(label.shownLines().size(), 1);
+  EXPECT_TRUE(label.shownLines()[0].endsWith(QChar(0x2026)));
+  EXPECT_EQ(fromQString(label.accessibleName()), model.text());
+  EXPECT_EQ(label.toolTip().toStdString(), "<qt>A title that does not fit</qt>");
+}
+
+TEST_F(QtLabel, HasNoToolTipWhileItsTextFits) {
+  const Label model("Short", {.truncatesTail = true});
+  QtTextLabel label(model, &window);
+  label.resize(400, 20);
+  EXPECT_EQ(label.shownLines(), QStringList(QStringLiteral("Short")));
+  EXPECT_TRUE(label.toolTip().isEmpty());
+}
+
+TEST_F(QtLabel, WrapsToItsMostLinesAndEndsInAnEllipsis) {
+  const Label model(std::string(200, 'w') + " and more words that are cut",
+                    {.wraps = true, .maximumLines = 2});
+  QtTextLabel label(model, &window);
+  label.resize(200, 60);
+  ASSERT_EQ(label.shownLines().size(), 2);
+  EXPECT_TRUE(label.shownLines()[1].endsWith(QChar(0x2026)));
+  EXPECT_EQ(label.heightForWidth(200), 2 * label.fontMetrics().lineSpacing());
+  EXPECT_EQ(label.heightForWidth(100'000), label.fontMetrics().lineSpacing());
+  EXPECT_FALSE(label.toolTip().isEmpty());
+}
+
+TEST_F(QtLabel, ShowsMarkupAsText) {
+  const Label model("<b>not bold</b> &amp;", {.truncatesTail = true});
+  QtTextLabel label(model, &window);
+  EXPECT_EQ(label.textFormat(), Qt::PlainText);
+  label.resize(40, 20);
+  EXPECT_EQ(label.toolTip().toStdString(), "<qt>&lt;b&gt;not bold&lt;/b&gt; &amp;amp;</qt>");
+}
+
+TEST_F(QtLabel, IsSpokenByItsNewText) {
+  Label model("before");
+  QtTextLabel label(model, &window);
+  model.setText("after");
+  label.mirrorText();
+  QAccessibleInterface* spoken = QAccessible::queryAccessibleInterface(&label);
+  EXPECT_EQ(spoken->text(QAccessible::Name).toStdString(), "after");
+  EXPECT_EQ(spoken->role(), QAccessible::StaticText);
+}
+
+TEST_F(QtLabel, FontsAreAsLargeAndHeavyAsAsked) {
+  const Label heading("Media Import", {.font = {.size = 26, .weight = FontWeight::bold}});
+  const Label title("Title", {.font = {.size = 17, .weight = FontWeight::semibold}});
+  const QtTextLabel large(heading, &window);
+  const QtTextLabel middle(title, &window);
+  EXPECT_GE(large.font().pixelSize(), 26);
+  EXPECT_EQ(large.font().weight(), QFont::Bold);
+  EXPECT_GE(middle.font().pixelSize(), 17);
+  EXPECT_LT(middle.font().pixelSize(), large.font().pixelSize());
+  EXPECT_EQ(middle.font().weight(), QFont::DemiBold);
+}
+
+double linearChannel(double channel) {
+  return channel <= 0.04045 ? channel / 12.92 : std::pow((channel + 0.055) / 1.055, 2.4);
+}
+
+double contrastOf(const QColor& one, const QColor& other) {
+  const auto luminance = [](const QColor& color) {
+    return 0.2126 * linearChannel(color.redF()) + 0.7152 * linearChannel(color.greenF()) +
+           0.0722 * linearChannel(color.blueF());
+  };
+  const double a = luminance(one) + 0.05;
+  const double b = luminance(other) + 0.05;
+  return std::max(a, b) / std::min(a, b);
+}
+
+TEST_F(QtLabel, SecondaryColorIsReadableOnLightAndDark) {
+  for (const auto& [text, background] : {std::pair(QColor(0, 0, 0), QColor(239, 239, 239)),
+                                         std::pair(QColor(230, 230, 230), QColor(40, 40, 44)),
+                                         std::pair(QColor(80, 80, 80), QColor(250, 250, 250))}) {
+    QPalette palette;
+    palette.setColor(QPalette::WindowText, text);
+    palette.setColor(QPalette::Window, background);
+    const QColor secondary = secondaryTextColor(palette);
+    EXPECT_GE(contrastOf(secondary, background), 4.5);
+    EXPECT_LT(contrastOf(secondary, background), contrastOf(text, background));
+  }
+}
+
+}  // namespace
+}  // namespace zunto::testing

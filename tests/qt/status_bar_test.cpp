@@ -1,0 +1,253 @@
+#include "platform/qt/qt_status_bar.h"
+
+#include <gtest/gtest.h>
+
+#include <QDBusArgument>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
+#include <QImage>
+#include <memory>
+#include <optional>
+
+#include "platform/qt/qt_dbus_object.h"
+#include "platform/qt/qt_status_icon.h"
+#include "tests/qt/private_bus.h"
+#include "tests/qt/qt_world.h"
+
+namespace zunto::testing {
+namespace {
+
+/// The desktop's watcher, with or without a host that shows items.
+class Watcher {
+ public:
+  Watcher(QDBusConnection bus, bool hasHost)
+      : bus_(bus),
+        hasHost_(hasHost),
+        object_(bus, QStringLiteral("/StatusNotifierWatcher"),
+                {.interface = QStringLiteral("org.kde.StatusNotifierWatcher"),
+                 .description = QString(),
+                 .properties =
+                     [this] {
+                       return QVariantMap{{QStringLiteral("IsStatusNotifierHostRegistered"), hasHost_}};
+                     },
+                 .call = [this](const QDBusMessage& call,
+                                const QDBusConnection& from) { return answer(call, from); }}) {
+    bus_.registerService(QStringLiteral("org.kde.StatusNotifierWatcher"));
+  }
+  Watcher(const Watcher&) = delete;
+  Watcher& operator=(const Watcher&) = delete;
+  ~Watcher() { bus_.unregisterService(QStringLiteral("org.kde.StatusNotifierWatcher")); }
+
+  void setHasHost(bool hasHost) {
+    hasHost_ = hasHost;
+    object_.emitSignal(hasHost ? QStringLiteral("StatusNotifierHostRegistered")
+                               : QStringLiteral("StatusNotifierHostUnregistered"));
+  }
+  [[nodiscard]] const QStringList& registered() const { return registered_; }
+
+ private:
+  bool answer(const QDBusMessage& call, const QDBusConnection& from) {
+    if (call.member() != QLatin1String("RegisterStatusNotifierItem")) return false;
+    registered_.append(call.arguments()[0].toString());
+    from.send(call.createReply());
+    return true;
+  }
+
+  QDBusConnection bus_;
+  bool hasHost_;
+  QStringList registered_;
+  QtDBusObject object_;
+};
+
+class QtStatusItems : public QtTest {
+ protected:
+  ~QtStatusItems() override {
+    for (const char* name : {"program", "desktop"}) {
+      QDBusConnection::disconnectFromBus(QString::fromLatin1(name));
+    }
+  }
+
+  QDBusConnection connect(const char* name) const {
+    return QDBusConnection::connectToBus(bus.address(), QString::fromLatin1(name));
+  }
+  void makeItem() {
+    item = bar.makeStatusItem();
+    item->setButtonTitle("Z/UNTO");
+    auto menu = std::make_shared<Menu>();
+    status->setEnabled(false);
+    menu->addItem(status);
+    menu->addItem(MenuItem::separator());
+    menu->addItem(std::make_shared<MenuItem>(
+        "Open_Downloader", [this] { ++opened; }, 'd'));
+    item->setMenu(menu);
+  }
+  bool isShown(bool shown) {
+    return runUntil([this, shown] { return bar.statusMenu().isShownByDesktop() == shown; });
+  }
+  /// What the item answers to a call of the desktop.
+  QDBusMessage ask(const QString& path, const QString& interface, const QString& method,
+                   const QVariantList& arguments) {
+    QDBusMessage call = QDBusMessage::createMethodCall(program.baseService(), path, interface, method);
+    call.setArguments(arguments);
+    const QDBusPendingCall pending = desktop.asyncCall(call);
+    EXPECT_TRUE(runUntil([&pending] { return pending.isFinished(); }));
+    return pending.reply();
+  }
+  QVariant property(const char* name) {
+    const QDBusMessage reply =
+        ask(QStringLiteral("/StatusNotifierItem"), QStringLiteral("org.freedesktop.DBus.Properties"),
+            QStringLiteral("Get"), {QStringLiteral("org.kde.StatusNotifierItem"), QString::fromLatin1(name)});
+    return reply.arguments()[0].value<QDBusVariant>().variant();
+  }
+  QDBusMessage askMenu(const char* method, const QVariantList& arguments) {
+    return ask(QStringLiteral("/MenuBar"), QStringLiteral("com.canonical.dbusmenu"),
+               QString::fromLatin1(method), arguments);
+  }
+
+  PrivateBus bus;
+  QDBusConnection program = connect("program");
+  QDBusConnection desktop = connect("desktop");
+  QtStatusBar bar{program};
+  std::shared_ptr<MenuItem> status = std::make_shared<MenuItem>("Starting…");
+  int opened = 0;
+  std::shared_ptr<StatusItem> item;
+};
+
+TEST_F(QtStatusItems, IsNotShownWithoutAWatcher) {
+  makeItem();
+  runTurns();
+  EXPECT_FALSE(bar.statusMenu().isShownByDesktop());
+}
+
+TEST_F(QtStatusItems, RegistersWithTheWatcherThatIsThere) {
+  const Watcher watcher(desktop, true);
+  makeItem();
+  EXPECT_TRUE(isShown(true));
+  ASSERT_EQ(watcher.registered().size(), 1);
+  EXPECT_TRUE(watcher.registered()[0].startsWith(QLatin1String("org.kde.StatusNotifierItem-")));
+}
+
+TEST_F(QtStatusItems, RegistersAnewWithEveryWatcherThatComes) {
+  makeItem();
+  auto watcher = std::make_unique<Watcher>(desktop, true);
+  EXPECT_TRUE(isShown(true));
+  watcher.reset();
+  EXPECT_TRUE(isShown(false));
+  watcher = std::make_unique<Watcher>(desktop, true);
+  EXPECT_TRUE(isShown(true));
+  EXPECT_EQ(watcher->registered().size(), 1);
+}
+
+TEST_F(QtStatusItems, FollowsTheHostsComingAndGoing) {
+  Watcher watcher(desktop, false);
+  makeItem();
+  ASSERT_TRUE(runUntil([&watcher] { return !watcher.registered().isEmpty(); }));
+  runTurns();
+  EXPECT_FALSE(bar.statusMenu().isShownByDesktop());
+  watcher.setHasHost(true);
+  EXPECT_TRUE(isShown(true));
+  watcher.setHasHost(false);
+  EXPECT_TRUE(isShown(false));
+}
+
+TEST_F(QtStatusItems, TitleAndToolTipCarryTheStatusBarTitle) {
+  makeItem();
+  EXPECT_EQ(property("Title").toString().toStdString(), "Z/UNTO");
+  EXPECT_EQ(property("Id").toString().toStdString(), "zunto-helper");
+  EXPECT_TRUE(property("ItemIsMenu").toBool());
+  item->setButtonTitle("Z/UNTO ●");
+  EXPECT_EQ(fromQString(property("Title").toString()), "Z/UNTO ●");
+  const auto tip = property("ToolTip").value<QDBusArgument>();
+  EXPECT_EQ(tip.currentSignature().toStdString(), "(sa(iiay)ss)");
+  EXPECT_EQ(property("IconPixmap").value<QDBusArgument>().currentSignature().toStdString(), "a(iiay)");
+}
+
+TEST_F(QtStatusItems, MenuHasTheItemsInTheirOrder) {
+  makeItem();
+  const QDBusMessage reply = askMenu("GetLayout", {0, -1, QStringList()});
+  ASSERT_EQ(reply.signature().toStdString(), "u(ia{sv}av)");
+  const auto root = reply.arguments()[1].value<QDBusArgument>();
+  int identifier = -1;
+  QVariantMap properties;
+  QVariantList children;
+  root.beginStructure();
+  root >> identifier >> properties >> children;
+  root.endStructure();
+  EXPECT_EQ(identifier, 0);
+  ASSERT_EQ(children.size(), 3);
+  std::vector<QVariantMap> found;
+  for (const QVariant& child : children) {
+    const auto node = child.value<QDBusArgument>();
+    node.beginStructure();
+    node >> identifier >> properties;
+    node.endStructure();
+    found.push_back(properties);
+  }
+  EXPECT_EQ(fromQString(found[0][QStringLiteral("label")].toString()), "Starting…");
+  EXPECT_FALSE(found[0][QStringLiteral("enabled")].toBool());
+  EXPECT_EQ(found[1][QStringLiteral("type")].toString().toStdString(), "separator");
+  EXPECT_EQ(found[2][QStringLiteral("label")].toString().toStdString(), "Open__Downloader");
+  EXPECT_EQ(qdbus_cast<QList<QStringList>>(found[2][QStringLiteral("shortcut")]),
+            (QList<QStringList>{{QStringLiteral("Control"), QStringLiteral("d")}}));
+}
+
+TEST_F(QtStatusItems, AClickOfTheDesktopChoosesTheItem) {
+  makeItem();
+  const QVariant nothing = QVariant::fromValue(QDBusVariant(0));
+  EXPECT_EQ(askMenu("Event", {3, QStringLiteral("clicked"), nothing, 0U}).type(), QDBusMessage::ReplyMessage);
+  EXPECT_EQ(opened, 1);
+  askMenu("Event", {3, QStringLiteral("hovered"), nothing, 0U});
+  askMenu("Event", {1, QStringLiteral("clicked"), nothing, 0U});
+  askMenu("Event", {99, QStringLiteral("clicked"), nothing, 0U});
+  EXPECT_EQ(opened, 1);
+}
+
+TEST_F(QtStatusItems, ANewTitleOfAnItemIsReadAtOnce) {
+  makeItem();
+  status->setTitle("ZUNTO Helper Ready");
+  const QDBusMessage reply = askMenu("GetProperty", {1, QStringLiteral("label")});
+  EXPECT_EQ(reply.arguments()[0].value<QDBusVariant>().variant().toString().toStdString(),
+            "ZUNTO Helper Ready");
+}
+
+TEST_F(QtStatusItems, RefusesWhatItDoesNotKnow) {
+  makeItem();
+  EXPECT_EQ(askMenu("GetProperty", {1, QStringLiteral("colour")}).type(), QDBusMessage::ErrorMessage);
+  EXPECT_EQ(askMenu("Destroy", {}).type(), QDBusMessage::ErrorMessage);
+  EXPECT_EQ(askMenu("Event", {1}).type(), QDBusMessage::ErrorMessage);
+}
+
+TEST_F(QtStatusItems, GoesFromTheDesktopWithItsOwner) {
+  const Watcher watcher(desktop, true);
+  makeItem();
+  ASSERT_TRUE(isShown(true));
+  const QString name = watcher.registered()[0];
+  item.reset();
+  EXPECT_FALSE(bar.statusMenu().isShownByDesktop());
+  EXPECT_EQ(bar.statusMenu().item(), nullptr);
+  EXPECT_FALSE(desktop.interface()->isServiceRegistered(name).value());
+}
+
+TEST_F(QtTest, StatusItemWithoutABusStaysInTheWindows) {
+  QtStatusBar bar(std::nullopt);
+  const auto item = bar.makeStatusItem();
+  EXPECT_EQ(bar.statusMenu().item(), item);
+  EXPECT_FALSE(bar.statusMenu().isShownByDesktop());
+}
+
+TEST_F(QtTest, IconShowsADotForHealth) {
+  for (const int side : {16, 22, 48}) {
+    const QImage plain = drawStatusIcon(side, StatusMark::none);
+    const QImage healthy = drawStatusIcon(side, StatusMark::dot);
+    const int spot = side * 78 / 100;
+    EXPECT_EQ(plain.pixelColor(spot, spot).blue() > plain.pixelColor(spot, spot).green(), true);
+    EXPECT_GT(healthy.pixelColor(spot, spot).green(), healthy.pixelColor(spot, spot).blue());
+    EXPECT_EQ(plain.pixelColor(0, 0).alpha(), 0);
+  }
+}
+
+}  // namespace
+}  // namespace zunto::testing

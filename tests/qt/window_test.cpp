@@ -1,0 +1,269 @@
+#include <gtest/gtest.h>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "platform/qt/qt_window_system.h"
+#include "tests/qt/qt_world.h"
+
+namespace zunto::testing {
+namespace {
+
+/// A small form with a row of each kind.
+struct SampleForm {
+  Label heading{"Sample", {.font = {.size = 26, .weight = FontWeight::bold}}};
+  TextField link{"placeholder"};
+  PushButton paste{"Paste"};
+  PushButton analyze{"Analyze", KeyEquivalent::returnKey};
+  CheckBox permission{"Permission", true};
+  PopUpButton mode{{"Video", "Audio"}};
+  PushButton cancel{"Cancel"};
+  Label status{"Ready", {.wraps = true, .maximumLines = 2}};
+
+  WindowSpec describe() {
+    using std::ref;
+    const auto row =
+        std::make_shared<const Stack>(Stack{.orientation = Orientation::horizontal,
+                                            .alignment = StackAlignment::center,
+                                            .spacing = 10,
+                                            .items = {{ref(link)}, {ref(paste)}, {ref(analyze)}}});
+    Stack content{.spacing = 16,
+                  .items = {{ref(heading)},
+                            {row, ElementWidth::stack},
+                            {ref(permission)},
+                            {Separator(), ElementWidth::stack},
+                            {ref(mode)},
+                            {ref(cancel)},
+                            {ref(status)}}};
+    return {.title = "Sample Window",
+            .contentSize = {680, 520},
+            .minimumSize = {600, 470},
+            .insets = {.leading = 28, .trailing = 28, .top = 26, .minimumBottom = 24},
+            .content = std::move(content)};
+  }
+};
+
+class QtWindows : public QtTest {
+ protected:
+  void show() {
+    model.show();
+    model.center();
+    native = topWindow();
+    ASSERT_NE(native, nullptr);
+    runTurns();
+  }
+  template <class Native>
+  Native& child(const char* text) {
+    for (Native* each : native->findChildren<Native*>()) {
+      if (each->text() == QLatin1String(text)) return *each;
+    }
+    throw std::runtime_error(text);
+  }
+  QLineEdit& field() { return *native->findChild<QLineEdit*>(); }
+  QMenuBar& menuBar() { return *native->findChild<QMenuBar*>(); }
+
+  std::shared_ptr<StatusItem> giveStatusMenu() {
+    auto item = std::make_shared<StatusItem>();
+    item->setButtonTitle("Z/UNTO");
+    auto menu = std::make_shared<Menu>();
+    menu->addItem(first);
+    menu->addItem(MenuItem::separator());
+    menu->addItem(std::make_shared<MenuItem>(
+        "Open Downloader", [this] { ++opened; }, 'd'));
+    item->setMenu(menu);
+    statusMenu.setItem(item);
+    return item;
+  }
+
+  SampleForm form;
+  QtStatusMenu statusMenu;
+  QtWindowSystem windows{statusMenu};
+  Window model{form.describe()};
+  std::unique_ptr<WindowView> view = windows.makeView(model);
+  QWidget* native = nullptr;
+  std::shared_ptr<MenuItem> first = std::make_shared<MenuItem>("Starting…");
+  int opened = 0;
+};
+
+TEST_F(QtWindows, IsNotShownBeforeItIsAskedFor) {
+  ASSERT_NE(topWindow(), nullptr);
+  EXPECT_FALSE(topWindow()->isVisible());
+}
+
+TEST_F(QtWindows, ShowsTheGivenContentSizeTitleAndMinimum) {
+  show();
+  EXPECT_TRUE(native->isVisible());
+  EXPECT_EQ(native->size(), QSize(680, 520));
+  EXPECT_EQ(native->minimumSize(), QSize(600, 470));
+  EXPECT_EQ(native->windowTitle().toStdString(), "Sample Window");
+}
+
+TEST_F(QtWindows, ClosingHidesTellsTheModelAndEndsNothing) {
+  show();
+  int closings = 0;
+  model.setWillClose([&closings] { ++closings; });
+  EXPECT_TRUE(native->close());
+  runTurns();
+  EXPECT_EQ(closings, 1);
+  EXPECT_FALSE(native->isVisible());
+  EXPECT_FALSE(model.isVisible());
+  model.show();
+  EXPECT_TRUE(native->isVisible());
+}
+
+TEST_F(QtWindows, ShowingAgainBringsAMinimizedWindowBack) {
+  show();
+  native->showMinimized();
+  model.show();
+  EXPECT_FALSE(native->isMinimized());
+  EXPECT_TRUE(native->isVisible());
+}
+
+TEST_F(QtWindows, EndsWithItsView) {
+  show();
+  view.reset();
+  EXPECT_EQ(topWindow(), nullptr);
+  form.status.setText("nobody looks");
+}
+
+TEST_F(QtWindows, RowsStandInOrderAtTheGivenDistances) {
+  show();
+  const QRect heading = child<QLabel>("Sample").geometry();
+  EXPECT_EQ(heading.topLeft(), QPoint(28, 26));
+  EXPECT_EQ(field().x(), 28);
+  EXPECT_EQ(child<QPushButton>("Analyze").geometry().right(), 680 - 28 - 1);
+  EXPECT_EQ(child<QPushButton>("Paste").x(), field().geometry().right() + 1 + 10);
+  EXPECT_GE(field().y(), heading.bottom() + 1 + 16);
+  const QCheckBox& permission = child<QCheckBox>("Permission");
+  EXPECT_EQ(permission.x(), 28);
+  EXPECT_GT(permission.y(), field().geometry().bottom());
+}
+
+TEST_F(QtWindows, FieldTakesTheSpareWidth) {
+  show();
+  const int before = field().width();
+  const int button = child<QPushButton>("Paste").width();
+  native->resize(900, 520);
+  runTurns();
+  EXPECT_EQ(field().width(), before + 220);
+  EXPECT_EQ(child<QPushButton>("Paste").width(), button);
+}
+
+TEST_F(QtWindows, HiddenControlTakesNeitherRoomNorSpacing) {
+  show();
+  const QPushButton& cancel = child<QPushButton>("Cancel");
+  const int with = child<QLabel>("Ready").y();
+  form.cancel.setHidden(true);
+  runTurns();
+  EXPECT_EQ(child<QLabel>("Ready").y(), with - cancel.height() - 16);
+}
+
+TEST_F(QtWindows, ReturnPressesTheDefaultButtonFromEveryOtherControl) {
+  show();
+  int analyses = 0;
+  form.analyze.setAction([&analyses] { ++analyses; });
+  press(field(), Qt::Key_Return);
+  EXPECT_EQ(analyses, 1);
+  press(*native->findChild<QComboBox*>(), Qt::Key_Return, Qt::NoModifier, QStringLiteral("\r"));
+  EXPECT_EQ(analyses, 2);
+  press(child<QCheckBox>("Permission"), Qt::Key_Enter, Qt::KeypadModifier);
+  EXPECT_EQ(analyses, 3);
+  EXPECT_TRUE(form.permission.isOn());
+}
+
+TEST_F(QtWindows, ReturnOnAnotherButtonPressesThatOne) {
+  show();
+  int analyses = 0;
+  int pastes = 0;
+  form.analyze.setAction([&analyses] { ++analyses; });
+  form.paste.setAction([&pastes] { ++pastes; });
+  press(child<QPushButton>("Paste"), Qt::Key_Return);
+  EXPECT_EQ(pastes, 1);
+  EXPECT_EQ(analyses, 0);
+}
+
+TEST_F(QtWindows, ReturnDoesNothingWhileTheDefaultButtonIsDisabled) {
+  show();
+  int analyses = 0;
+  form.analyze.setAction([&analyses] { ++analyses; });
+  form.analyze.setEnabled(false);
+  press(field(), Qt::Key_Return);
+  EXPECT_EQ(analyses, 0);
+}
+
+TEST_F(QtWindows, TabFollowsTheReadingOrder) {
+  show();
+  std::vector<std::string> order;
+  for (QWidget* each = native->focusWidget(); order.size() < 6 && each != nullptr;) {
+    order.emplace_back(each->metaObject()->className());
+    press(*each, Qt::Key_Tab);
+    each = native->focusWidget();
+  }
+  EXPECT_EQ(order, (std::vector<std::string>{"QLineEdit", "QPushButton", "QPushButton", "QCheckBox",
+                                             "QComboBox", "QPushButton"}));
+}
+
+TEST_F(QtWindows, MenuStandsInTheWindowWhileTheDesktopDoesNotShowIt) {
+  const auto item = giveStatusMenu();
+  show();
+  ASSERT_TRUE(menuBar().isVisible());
+  ASSERT_EQ(menuBar().actions().size(), 1);
+  EXPECT_EQ(menuBar().actions()[0]->text().toStdString(), "Z/UNTO");
+  item->setButtonTitle("Z/UNTO ●");
+  EXPECT_EQ(fromQString(menuBar().actions()[0]->text()), "Z/UNTO ●");
+  const QMenu* menu = menuBar().actions()[0]->menu();
+  ASSERT_EQ(menu->actions().size(), 3);
+  first->setTitle("Ready & well");
+  first->setEnabled(false);
+  EXPECT_EQ(menu->actions()[0]->text().toStdString(), "Ready && well");
+  EXPECT_FALSE(menu->actions()[0]->isEnabled());
+  EXPECT_TRUE(menu->actions()[1]->isSeparator());
+  menu->actions()[2]->trigger();
+  EXPECT_EQ(opened, 1);
+  statusMenu.setShownByDesktop(true);
+  EXPECT_FALSE(menuBar().isVisible());
+  statusMenu.setShownByDesktop(false);
+  EXPECT_TRUE(menuBar().isVisible());
+}
+
+TEST_F(QtWindows, NoMenuBarStandsThereWithoutAStatusItem) {
+  show();
+  EXPECT_FALSE(menuBar().isVisible());
+}
+
+TEST_F(QtWindows, TheMenusKeysAreTheWindowsWithAndWithoutItsMenuBar) {
+  const auto item = giveStatusMenu();
+  show();
+  for (const bool shownByDesktop : {false, true}) {
+    statusMenu.setShownByDesktop(shownByDesktop);
+    ASSERT_EQ(native->actions().size(), 3);
+    EXPECT_EQ(native->actions()[2]->shortcut().toString().toStdString(), "Ctrl+D");
+    EXPECT_EQ(native->actions()[2]->shortcutContext(), Qt::WindowShortcut);
+    // The field must leave the key to the window.
+    QKeyEvent claim(QEvent::ShortcutOverride, Qt::Key_D, Qt::ControlModifier);
+    claim.ignore();
+    QApplication::sendEvent(&field(), &claim);
+    EXPECT_FALSE(claim.isAccepted());
+  }
+}
+
+TEST_F(QtWindows, LongTextsNeverMakeTheWindowWider) {
+  show();
+  form.status.setText(std::string(400, 'x'));
+  form.mode.addItem(std::string(400, 'm'));
+  form.mode.selectIndex(2);
+  runTurns();
+  EXPECT_EQ(native->size(), QSize(680, 520));
+  EXPECT_EQ(native->minimumWidth(), 600);
+}
+
+}  // namespace
+}  // namespace zunto::testing
