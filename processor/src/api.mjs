@@ -10,6 +10,7 @@ import { Offers, readBody, readJobRequest, readMediaRequest } from './requests.m
 import { sameSecret } from './secrets.mjs';
 
 const tokenHeader = 'X-ZUNTO-Session-Token';
+const ignoredBodyLimit = 16 * 1024 * 1024;
 const resultChunkBytes = 1024 * 1024;
 const contentTypes = {
   '.mp4': 'video/mp4',
@@ -109,6 +110,7 @@ export function createApi({ config, token, jobs, media, log }) {
       if (request.method === 'POST') requireToken(request, token);
       await serve(request, response, id);
     } catch (error) {
+      await readRest(request);
       fail(request, response, error);
     }
   }
@@ -146,12 +148,27 @@ const commonHeaders = { 'Cache-Control': 'no-store', 'X-Content-Type-Options': '
 // A web page must not reach the processor: not from its own origin, and not through a name of its own that it has
 // pointed at the loopback address.
 function refuseStrangers(request, address) {
-  const valuesOf = (name) => request.rawHeaders.filter((_, index, all) => index % 2 === 1 && all[index - 1].toLowerCase() === name);
+  // The parsed headers hide a second Host.
+  const isValueOf = (name) => (_, index, raw) => index % 2 === 1 && raw[index - 1].toLowerCase() === name;
+  const valuesOf = (name) => request.rawHeaders.filter(isValueOf(name));
   const hosts = valuesOf('host');
   if (hosts.length !== 1 || hosts[0].trim().toLowerCase() !== address) {
     throw new RequestError(403, 'The local processor answers to its own address only.');
   }
   if (valuesOf('origin').length > 0) throw new RequestError(403, 'The local processor does not answer web pages.');
+}
+
+// A connection that is closed while the client still sends is reset, and the client may then never see the answer.
+async function readRest(request) {
+  let size = 0;
+  try {
+    for await (const chunk of request) {
+      size += chunk.length;
+      if (size > ignoredBodyLimit) return;
+    }
+  } catch {
+    // The client went away; the caller finds that out by itself.
+  }
 }
 
 function requireToken(request, token) {

@@ -72,8 +72,6 @@ export function convertArguments({ inputs, maps, codecs, title, output }) {
     '-y',
     ...inputs.flatMap((file) => ['-i', file]),
     ...maps.flatMap((map) => ['-map', map]),
-    '-map_metadata',
-    '-1',
     ...(title ? ['-metadata', `title=${title}`] : []),
     ...codecs,
     output,

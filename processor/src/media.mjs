@@ -113,7 +113,8 @@ export class Media {
     const { folder, job, browserLogin } = context;
     job.report({ status: 'downloading', stage: 'Downloading subtitle…', progress: downloadShare.start });
     // The track gets a name of ours: the site's could not be told from a pattern or a path.
-    const infoFile = await writeInfo(folder, { ...info, subtitles: { track: [track.files[0]] }, automatic_captions: {} });
+    const only = { subtitles: { track: [track.files[0]] }, automatic_captions: {} };
+    const infoFile = await writeInfo(folder, { ...info, ...only });
     const progress = new StreamProgress([{ id: 'subtitle', format: {} }]);
     await this.#runYtDlp(
       subtitleArguments({ infoFile, folder, format: subtitleFormat, browserLogin, ffmpeg: this.#config.ffmpeg }),
@@ -121,7 +122,8 @@ export class Media {
       // yt-dlp names the format it would have downloaded, not the track.
       (line) => followDownload(job, progress, parseProgress(line), 'subtitle'),
     );
-    const name = (await readdir(folder)).find((entry) => /^subtitle\./.test(entry) && entry.endsWith(`.${subtitleFormat}`));
+    const names = await readdir(folder);
+    const name = names.find((entry) => entry.startsWith('subtitle.') && entry.endsWith(`.${subtitleFormat}`));
     if (!name) throw new JobFailure('The subtitle track could not be fetched.');
     return { file: path.join(folder, name), suffixes: [track.language, subtitleFormat] };
   }
@@ -239,9 +241,8 @@ function onlyMedium(answer) {
   if (answer._type !== 'playlist' && answer._type !== 'multi_video') return answer;
   const entries = (answer.entries ?? []).filter(Boolean);
   if (entries.length === 1 && answer.playlist_count === 1) return entries[0];
-  throw new JobFailure(
-    entries.length === 0 ? 'This link leads to no media.' : 'This link leads to a list of media. Use the link of one of them.',
-  );
+  if (entries.length === 0) throw new JobFailure('This link leads to no media.');
+  throw new JobFailure('This link leads to a list of media. Use the link of one of them.');
 }
 
 // Without the page's address yt-dlp reports a failed download as such instead of reading the link again, which
@@ -256,7 +257,7 @@ async function writeInfo(folder, info) {
 function followDownload(job, progress, report, id = report?.id) {
   if (!report) return;
   progress.update({ ...report, id });
-  const stage = progress.allFinished ? 'Preparing the download…' : report.finished ? undefined : `Downloading ${id}…`;
+  const stage = progress.allFinished ? 'Preparing the download…' : `Downloading ${id}…`;
   job.report({ stage, progress: within(downloadShare, progress.fraction) });
 }
 

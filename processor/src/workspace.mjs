@@ -2,7 +2,7 @@
 // its process, so that a later run can tell what was left behind by one that died from what is still in use.
 
 import { lstatSync, mkdirSync, rmSync } from 'node:fs';
-import { mkdtemp, readdir, rm } from 'node:fs/promises';
+import { mkdir, mkdtemp, readdir, rm } from 'node:fs/promises';
 import path from 'node:path';
 
 import { identify } from './processes.mjs';
@@ -36,6 +36,8 @@ export class Workspace {
 
   /** A new, empty, private folder. */
   async newJobFolder() {
+    // Cleaners of the system's temporary folder may have taken an idle run's folder away.
+    await mkdir(this.folder, { recursive: true, mode: privateMode });
     return mkdtemp(path.join(this.folder, 'job-'));
   }
 

@@ -153,7 +153,8 @@ function polish(line) {
 function asSentence(text) {
   const characters = [...text.replace(/\s+/g, ' ').trim()];
   if (characters.length === 0) return '';
-  const whole = characters.length > messageLimit ? `${characters.slice(0, messageLimit).join('')}…` : characters.join('');
+  const ending = characters.length > messageLimit ? '…' : '';
+  const whole = characters.slice(0, messageLimit).join('') + ending;
   const sentence = whole[0].toUpperCase() + whole.slice(1);
   return /[.!?…]$/.test(sentence) ? sentence : `${sentence}.`;
 }

@@ -2,9 +2,10 @@ import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import net from 'node:net';
 import { test } from 'node:test';
+import { setTimeout as delay } from 'node:timers/promises';
 
 import { writeStubs } from '../testing/stubs.mjs';
-import { startProcessor, temporaryFolder } from '../testing/world.mjs';
+import { eventually, startProcessor, temporaryFolder } from '../testing/world.mjs';
 
 const link = 'https://media.example/clip';
 const media = { sourceUrl: link, permissionConfirmed: true };
@@ -86,6 +87,21 @@ test('requests that change state need the token', async (t) => {
   }
 });
 
+test('a refusal waits until the client has sent everything, or it would meet a closed connection', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const host = `Host: 127.0.0.1:${processor.port}`;
+  const head = `POST /probe HTTP/1.1\r\n${host}\r\nConnection: close\r\nContent-Length: 10\r\n\r\n`;
+  const socket = net.connect(processor.port, '127.0.0.1', () => socket.write(`${head}12345`));
+  let answer = '';
+  socket.on('data', (chunk) => (answer += chunk));
+  const closed = new Promise((resolve, reject) => socket.on('close', resolve).on('error', reject));
+  await delay(200);
+  assert.equal(answer, '');
+  socket.write('67890');
+  await closed;
+  assert.match(answer, /^HTTP\/1\.1 401 /);
+});
+
 test('unknown paths and wrong methods are answered in the envelope', async (t) => {
   const { processor } = await startWithStubs(t);
   assertRefused(await processor.request('GET', '/'), 404);
@@ -122,8 +138,10 @@ test('a body that is too large is refused, and the processor lives on', async (t
 
 test('a link that cannot be processed is refused', async (t) => {
   const { processor } = await startWithStubs(t);
-  const links = [undefined, null, 7, '', '   ', 'media', 'http://media.example/', 'file:///etc/passwd', 'ftp://a.example/'];
-  for (const sourceUrl of [...links, '--version', `https://media.example/${'a'.repeat(100_000)}`, 'https://']) {
+  const texts = [undefined, null, 7, '', '   ', 'media', '--version', 'https://'];
+  const others = ['http://media.example/', 'file:///etc/passwd', 'ftp://a.example/'];
+  const tooLong = `https://media.example/${'a'.repeat(100_000)}`;
+  for (const sourceUrl of [...texts, ...others, tooLong]) {
     assertRefused(await processor.post('/probe', { ...media, sourceUrl }), 400);
   }
 });
@@ -157,11 +175,11 @@ test('a quality that was never offered is refused', async (t) => {
 test('a subtitle job needs a track that exists and a known format', async (t) => {
   const { processor } = await startWithStubs(t);
   await processor.complete('/probe', { sourceUrl: link });
-  const job = { ...media, mode: 'subtitle' };
-  assertRefused(await processor.post('/jobs', job), 400, /track/);
-  assertRefused(await processor.post('/jobs', { ...job, subtitleLanguage: '', subtitleFormat: 'vtt' }), 400, /track/);
-  assertRefused(await processor.post('/jobs', { ...job, subtitleLanguage: 'subtitle:fr', subtitleFormat: 'vtt' }), 400, /track/);
-  assertRefused(await processor.post('/jobs', { ...job, subtitleLanguage: 'subtitle:en', subtitleFormat: 'ass' }), 400, /VTT/);
+  const post = (track) => processor.post('/jobs', { ...media, mode: 'subtitle', ...track });
+  assertRefused(await post({}), 400, /track/);
+  assertRefused(await post({ subtitleLanguage: '', subtitleFormat: 'vtt' }), 400, /track/);
+  assertRefused(await post({ subtitleLanguage: 'subtitle:fr', subtitleFormat: 'vtt' }), 400, /track/);
+  assertRefused(await post({ subtitleLanguage: 'subtitle:en', subtitleFormat: 'ass' }), 400, /VTT/);
 });
 
 test('a result is fetched without a token, whole and with its length', async (t) => {
@@ -210,9 +228,9 @@ test('the log names failed requests and never a secret', async (t) => {
   const { jobId } = await processor.complete('/jobs', { sourceUrl: `${link}?key=secret-in-link`, mode: 'audio' });
   await processor.request('GET', `/jobs/${jobId}/nothing`);
   await processor.request('POST', `/jobs/${jobId}/cancel?token=${processor.token}`, { token: 'wrong', body: {} });
+  await eventually('the last line is written', () => /request failed: POST .*: 401/.test(processor.output()));
   const output = processor.output();
   assert.match(output, /request failed: GET .*: 404/);
-  assert.match(output, /request failed: POST .*: 401/);
   assert.match(output, /job \S+ audio: downloading/);
   assert.match(output, /job \S+ audio: completed/);
   for (const secret of [processor.token, jobId, 'secret-in-link']) assert.ok(!output.includes(secret), secret);

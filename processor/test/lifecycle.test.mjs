@@ -1,11 +1,12 @@
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { existsSync, mkdirSync, statSync, symlinkSync, writeFileSync } from 'node:fs';
-import { readdir } from 'node:fs/promises';
+import { readdir, rm } from 'node:fs/promises';
 import net from 'node:net';
 import path from 'node:path';
 import { test } from 'node:test';
 
+import { watchParent } from '../src/parent.mjs';
 import { identify } from '../src/processes.mjs';
 import { writeStubs } from '../testing/stubs.mjs';
 import { eventually, freePort, isAlive, launch, startProcessor, temporaryFolder } from '../testing/world.mjs';
@@ -96,6 +97,14 @@ test('an analysis that hangs is ended by a cancellation as well', async (t) => {
   await eventually('the tool is gone', () => isGone(pid), 200);
 });
 
+test('what a tool leaves behind in its group ends with the tool', async (t) => {
+  const stubs = await writeStubs(await temporaryFolder(t), { leavesChild: true });
+  const processor = await startProcessor(t, stubs.env);
+  assert.equal((await processor.complete('/probe', { sourceUrl: link })).status, 'completed');
+  const [{ child }] = await stubs.lines('hanging');
+  await eventually('the rest of the group is gone', () => isGone(child), 1_000);
+});
+
 // Stands in for the helper: prints the processor's pid and waits to be killed.
 function spawnHelper(t, env) {
   const entry = new URL('../src/index.mjs', import.meta.url).pathname;
@@ -120,7 +129,8 @@ test('when the helper was killed, the processor and its tools are gone within fi
   const stubs = await writeStubs(await temporaryFolder(t), { downloadHangs: true, deaf: true });
   const port = await freePort();
   const tempRoot = path.join(await temporaryFolder(t), 'root');
-  const { helper, output } = spawnHelper(t, { ...stubs.env, HOST: '127.0.0.1', PORT: String(port), TEMP_ROOT: tempRoot });
+  const address = { HOST: '127.0.0.1', PORT: String(port) };
+  const { helper, output } = spawnHelper(t, { ...stubs.env, ...address, TEMP_ROOT: tempRoot });
   await eventually('the processor listens', () => output().includes('start: '));
   const processorPid = Number(/pid=(\d+)/.exec(output())[1]);
   const base = `http://127.0.0.1:${port}`;
@@ -156,11 +166,33 @@ test('a helper that lives keeps the processor running', async (t) => {
   assert.equal((await processor.request('GET', '/health')).status, 200);
 });
 
+test('a helper is gone when its number belongs to a later process', async () => {
+  const starts = ['100', '100', '100', '200'];
+  const look = () => ({ alive: true, startTime: starts.length > 1 ? starts.shift() : starts[0] });
+  await new Promise((resolve) => watchParent(7, resolve, { look, ownParent: () => 1, everyMs: 1 }));
+  assert.deepEqual(starts, ['200']);
+});
+
+test('a helper is gone when the processor got another parent', async () => {
+  const parents = [7, 7, 1];
+  const ownParent = () => (parents.length > 1 ? parents.shift() : parents[0]);
+  const look = () => ({ alive: true, startTime: null });
+  await new Promise((resolve) => watchParent(7, resolve, { look, ownParent, everyMs: 1 }));
+  assert.deepEqual(parents, [1]);
+});
+
+test('a run folder that was cleaned away is made again for the next job', async (t) => {
+  const stubs = await writeStubs(await temporaryFolder(t));
+  const processor = await startProcessor(t, stubs.env);
+  await rm(processor.tempRoot, { recursive: true });
+  assert.equal((await processor.complete('/probe', { sourceUrl: link })).status, 'completed');
+});
+
 test('a helper that is gone already ends the processor at once', async (t) => {
   const other = spawn('/bin/true');
   await new Promise((resolve) => other.once('exit', resolve));
-  const port = String(await freePort());
-  const { exited } = launch(t, { PORT: port, TEMP_ROOT: await temporaryFolder(t), ZUNTO_HELPER_PARENT_PID: String(other.pid) });
+  const address = { PORT: String(await freePort()), TEMP_ROOT: await temporaryFolder(t) };
+  const { exited } = launch(t, { ...address, ZUNTO_HELPER_PARENT_PID: String(other.pid) });
   assert.equal((await exited).code, 0);
 });
 

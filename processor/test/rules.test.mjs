@@ -52,7 +52,8 @@ test('a quality that the medium lacks gives no choice', () => {
 });
 
 test('the original language is heard, not a dubbed one of better quality', () => {
-  const formats = [audio('dubbed', { abr: 256, language_preference: -1 }), audio('original', { abr: 64, language_preference: 10 })];
+  const dubbed = audio('dubbed', { abr: 256, language_preference: -1 });
+  const formats = [dubbed, audio('original', { abr: 64, language_preference: 10 })];
   assert.equal(chooseForAudio({ formats }).format_id, 'original');
 });
 
@@ -86,7 +87,8 @@ test('a measurement keeps a cover picture apart from a video', () => {
 });
 
 test('cookies are never passed in arguments that every user can read', () => {
-  const headers = { Cookie: 'secret', Authorization: 'secret', 'User-Agent': 'agent', Referer: 'https://a.example/\r\nX: y' };
+  const secrets = { Cookie: 'secret', Authorization: 'secret' };
+  const headers = { ...secrets, 'User-Agent': 'agent', Referer: 'https://a.example/\r\nX: y' };
   const args = measureArguments('https://media.example/v', headers);
   assert.ok(!args.join(' ').includes('secret'));
   assert.ok(args.includes('agent'));
@@ -134,8 +136,9 @@ test('the original language is told by the medium, its transcript or its only so
 
 test('a track is found by its identifier, its best file for the wanted format first', () => {
   const subtitles = { 'a:b,c': [{ ext: 'ttml' }, { ext: 'vtt' }, { ext: 'json3' }, { ext: 'srt' }] };
-  assert.deepEqual(findTrack({ subtitles }, 'subtitle:a:b,c', 'srt').files.map(({ ext }) => ext), ['srt', 'vtt', 'ttml']);
-  assert.deepEqual(findTrack({ subtitles }, 'subtitle:a:b,c', 'vtt').files[0].ext, 'vtt');
+  const filesFor = (format) => findTrack({ subtitles }, 'subtitle:a:b,c', format).files.map(({ ext }) => ext);
+  assert.deepEqual(filesFor('srt'), ['srt', 'vtt', 'ttml']);
+  assert.equal(filesFor('vtt')[0], 'vtt');
   for (const id of ['automatic:a:b,c', 'subtitle:toString', 'a:b,c', '']) {
     assert.equal(findTrack({ subtitles }, id, 'vtt'), undefined, id);
   }
@@ -166,24 +169,28 @@ test('progress without any size stands still instead of lying', () => {
 test('a progress line is found wherever it stands, and nothing else is taken for one', () => {
   const line = '[x] done@progress video {"status": "downloading", "downloaded_bytes": 5, "total_bytes": null}';
   assert.deepEqual(parseProgress(line), { id: 'video', finished: false, done: 5, total: null, estimate: null });
-  for (const other of ['[download] 5%', '@progress video {broken', '@progress ']) assert.equal(parseProgress(other), null);
+  const others = ['[download] 5%', '@progress video {broken', '@progress '];
+  others.forEach((other) => assert.equal(parseProgress(other), null));
 });
 
 const errors = [
   [
-    "ERROR: [generic] None: Unable to download webpage: HTTP Error 404: Not Found (caused by <HTTPError 404: 'Not Found'>); " +
+    'ERROR: [generic] None: Unable to download webpage: HTTP Error 404: Not Found ' +
+      "(caused by <HTTPError 404: 'Not Found'>); " +
       'please report this issue on  https://tracker.example/issues?q= , filling out the appropriate issue template.',
     'Unable to download webpage: HTTP Error 404: Not Found.',
   ],
   [
-    'ERROR: [generic] None: Unable to download webpage: <urlopen error [SSL: CERTIFICATE_VERIFY_FAILED] certificate verify failed: ' +
-      "self-signed certificate (_ssl.c:992)> (caused by URLError(SSLCertVerificationError(1, 'x')))",
+    'ERROR: [generic] None: Unable to download webpage: <urlopen error [SSL: CERTIFICATE_VERIFY_FAILED] ' +
+      "certificate verify failed: self-signed certificate (_ssl.c:992)> " +
+      "(caused by URLError(SSLCertVerificationError(1, 'x')))",
     'Unable to download webpage: certificate verify failed: self-signed certificate.',
   ],
   ['ERROR: Unsupported URL: https://a.example/', 'Unsupported URL: https://a.example/.'],
   ['\u001b[0;31mERROR:\u001b[0m [site] id-1: Private video', 'Private video.'],
   [
-    'ERROR: [site] id: Sign in to confirm your age. Use --cookies-from-browser or --cookies for the authentication. See https://a.example/wiki',
+    'ERROR: [site] id: Sign in to confirm your age. Use --cookies-from-browser or --cookies for the authentication. ' +
+      'See https://a.example/wiki',
     'Sign in to confirm your age.',
   ],
   ['ERROR: first\nERROR: second\nWARNING: later', 'Second.'],

@@ -8,16 +8,30 @@ import https from 'node:https';
 import path from 'node:path';
 import { promisify } from 'node:util';
 
+import { readConfig } from '../src/config.mjs';
+
 const run = promisify(execFile);
 
-export const tools = { ytDlp: '/usr/bin/yt-dlp', ffmpeg: '/usr/bin/ffmpeg', ffprobe: '/usr/bin/ffprobe' };
+const { ytDlp, ffmpeg, ffprobe } = readConfig(process.env);
+/** The machine's own tools. */
+export const tools = { ytDlp, ffmpeg, ffprobe };
 export const clipSeconds = 4;
 
-const vtt = 'WEBVTT\n\n00:00:00.000 --> 00:00:02.000\nHello there\n\n00:00:02.000 --> 00:00:04.000\nGrüße und Küsse\n';
+const firstCue = '00:00:00.000 --> 00:00:02.000\nHello there\n';
+const secondCue = '00:00:02.000 --> 00:00:04.000\nGrüße und Küsse\n';
+const vtt = `WEBVTT\n\n${firstCue}\n${secondCue}`;
 const closing = '#EXT-X-ENDLIST\n';
-const subtitleList = `#EXTM3U\n#EXT-X-TARGETDURATION:4\n#EXT-X-VERSION:3\n#EXT-X-PLAYLIST-TYPE:VOD\n#EXTINF:4.0,\nen.vtt\n${closing}`;
-const subtitleEntry = '#EXT-X-MEDIA:TYPE=SUBTITLES,GROUP-ID="s",NAME="English",LANGUAGE="en",DEFAULT=YES,URI="en.m3u8"\n';
+const opening = '#EXTM3U\n#EXT-X-TARGETDURATION:4\n#EXT-X-VERSION:3\n#EXT-X-PLAYLIST-TYPE:VOD\n';
+const subtitleList = `${opening}#EXTINF:4.0,\nen.vtt\n${closing}`;
+const subtitleGroup = '#EXT-X-MEDIA:TYPE=SUBTITLES,GROUP-ID="s",NAME="English"';
+const subtitleEntry = `${subtitleGroup},LANGUAGE="en",DEFAULT=YES,URI="en.m3u8"\n`;
 
+const types = {
+  '.m3u8': 'application/vnd.apple.mpegurl',
+  '.mp4': 'video/mp4',
+  '.mkv': 'video/x-matroska',
+  '.vtt': 'text/vtt',
+};
 const stuckEntry = '#EXT-X-STREAM-INF:BANDWIDTH=1000,RESOLUTION=320x180,CODECS="avc1.42c01e,mp4a.40.2"\n';
 const stuckFile = 'stuck.ts';
 
@@ -47,7 +61,8 @@ export async function serveClip(folder) {
 
 /** What ffprobe says about a file: { format, duration, streams: { video: { codec, height }, audio: ... } }. */
 export async function probeFile(file) {
-  const args = ['-v', 'error', '-show_entries', 'format=format_name,duration:stream=codec_type,codec_name,height', '-of', 'json', file];
+  const entries = 'format=format_name,duration:stream=codec_type,codec_name,height';
+  const args = ['-v', 'error', '-show_entries', entries, '-of', 'json', file];
   const { format, streams } = JSON.parse((await run(tools.ffprobe, args)).stdout);
   const byType = streams.map(({ codec_type, codec_name, height }) => [codec_type, { codec: codec_name, height }]);
   return { format: format.format_name, duration: Number(format.duration), streams: Object.fromEntries(byType) };
@@ -63,23 +78,26 @@ async function makeStreams(site) {
   const sources = ['-f', 'lavfi', '-i', `testsrc2=size=640x360:rate=25:duration=${clipSeconds}`];
   const tone = ['-f', 'lavfi', '-i', `sine=frequency=440:duration=${clipSeconds}`];
   const coding = ['-c:v', 'libx264', '-preset', 'ultrafast', '-pix_fmt', 'yuv420p', '-g', '50', '-c:a', 'aac'];
-  const ffmpeg = (args) => run(tools.ffmpeg, ['-v', 'error', '-y', ...args], { cwd: site });
+  const make = (args) => run(tools.ffmpeg, ['-v', 'error', '-y', ...args], { cwd: site });
   const lists = ['-f', 'hls', '-hls_time', '2', '-hls_playlist_type', 'vod'];
   const small = ['-filter_complex', '[0:v]split=2[a][b];[b]scale=320:180[c]'];
   const both = ['-map', '[a]', '-map', '1:a', '-map', '[c]', '-map', '1:a', '-var_stream_map', 'v:0,a:0 v:1,a:1'];
   const named = (name) => ['-hls_segment_filename', `${name}%v_%d.ts`, '-master_pl_name', `${name}-bare.m3u8`];
-  await ffmpeg([...sources, ...tone, ...small, ...coding, ...lists, ...both, ...named('clip'), 'clip%v.m3u8']);
+  await make([...sources, ...tone, ...small, ...coding, ...lists, ...both, ...named('clip'), 'clip%v.m3u8']);
   const apart = ['-map', '0:v', '-map', '1:a', '-var_stream_map', 'v:0,agroup:sound a:0,agroup:sound'];
-  await ffmpeg([...sources, ...tone, ...coding, ...lists, ...apart, ...named('apart'), 'apart%v.m3u8']);
+  await make([...sources, ...tone, ...coding, ...lists, ...apart, ...named('apart'), 'apart%v.m3u8']);
   await rename(path.join(site, 'apart-bare.m3u8'), path.join(site, 'apart.m3u8'));
-  await ffmpeg([...sources, ...tone, ...coding, 'plain.mp4']);
-  await ffmpeg([...sources, ...tone, '-c:v', 'mjpeg', '-c:a', 'libmp3lame', 'odd.mkv']);
+  await make([...sources, ...tone, ...coding, 'plain.mp4']);
+  await make([...sources, ...tone, '-c:v', 'mjpeg', '-c:a', 'libmp3lame', 'odd.mkv']);
   await writeFile(path.join(site, 'en.vtt'), vtt);
   await writeFile(path.join(site, 'en.m3u8'), subtitleList);
   await writeFile(path.join(site, 'stuck.m3u8'), `#EXTM3U\n${stuckEntry}stuck-list.m3u8\n`);
-  await writeFile(path.join(site, 'stuck-list.m3u8'), subtitleList.replace('en.vtt', `clip0_0.ts\n#EXTINF:4.0,\n${stuckFile}`));
+  const stuckFiles = `clip0_0.ts\n#EXTINF:4.0,\n${stuckFile}`;
+  await writeFile(path.join(site, 'stuck-list.m3u8'), subtitleList.replace('en.vtt', stuckFiles));
   const bare = await readFile(path.join(site, 'clip-bare.m3u8'), 'utf8');
-  const withSubtitles = bare.replace('#EXT-X-STREAM-INF', `${subtitleEntry}#EXT-X-STREAM-INF`).replaceAll(',CODECS', ',SUBTITLES="s",CODECS');
+  const withSubtitles = bare
+    .replace('#EXT-X-STREAM-INF', `${subtitleEntry}#EXT-X-STREAM-INF`)
+    .replaceAll(',CODECS', ',SUBTITLES="s",CODECS');
   await writeFile(path.join(site, 'größe.m3u8'), withSubtitles);
 }
 
@@ -87,7 +105,6 @@ function serveFile(site, request, response) {
   const name = path.basename(decodeURIComponent(new URL(request.url, 'https://any').pathname));
   // A request for this file is never answered.
   if (name === stuckFile) return;
-  const types = { '.m3u8': 'application/vnd.apple.mpegurl', '.mp4': 'video/mp4', '.mkv': 'video/x-matroska', '.vtt': 'text/vtt' };
   const stream = createReadStream(path.join(site, name));
   stream.once('open', () => {
     response.writeHead(200, { 'Content-Type': types[path.extname(name)] ?? 'application/octet-stream' });

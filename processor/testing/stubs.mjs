@@ -33,6 +33,11 @@ note('calls', { args, env: process.env, cwd: process.cwd() });
 const after = (option) => args[args.indexOf(option) + 1];
 if (args.includes('--dump-single-json')) {
   if (scenario.inspectError) fail(scenario.inspectError);
+  if (scenario.leavesChild) {
+    const child = spawn('/bin/sleep', ['1000'], { stdio: 'ignore' });
+    note('hanging', { child: child.pid });
+    child.unref();
+  }
   if (scenario.inspectHangs) hang(scenario.deaf);
   else say(JSON.stringify((scenario.infos || {})[args.at(-1)] || scenario.info));
 } else {
@@ -83,17 +88,19 @@ say(JSON.stringify({
 }));
 `;
 
+const site = 'https://media.example';
+
 /** A medium with a separate picture of 900 bytes and a sound of 100 bytes. */
 export const plainInfo = {
   _type: 'video',
   title: 'A clip',
   duration: 10,
-  webpage_url: 'https://media.example/clip',
+  webpage_url: `${site}/clip`,
   formats: [
-    { format_id: '7', url: 'https://media.example/v', ext: 'mp4', vcodec: 'avc1', acodec: 'none', height: 720, filesize: 900 },
-    { format_id: '8', url: 'https://media.example/a', ext: 'm4a', vcodec: 'none', acodec: 'mp4a.40.2', filesize: 100 },
+    { format_id: '7', url: `${site}/v`, ext: 'mp4', vcodec: 'avc1', acodec: 'none', height: 720, filesize: 900 },
+    { format_id: '8', url: `${site}/a`, ext: 'm4a', vcodec: 'none', acodec: 'mp4a.40.2', filesize: 100 },
   ],
-  subtitles: { en: [{ url: 'https://media.example/s', ext: 'vtt' }] },
+  subtitles: { en: [{ url: `${site}/s`, ext: 'vtt' }] },
 };
 
 /** Writes the stubs into a folder and returns { env, lines(name) }; `lines` reads what they have noted. */

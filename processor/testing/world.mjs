@@ -61,7 +61,7 @@ export function launch(t, env) {
   });
   let output = '';
   for (const stream of [child.stdout, child.stderr]) stream.on('data', (chunk) => (output += chunk));
-  const exited = new Promise((resolve) => child.once('exit', (code, signal) => resolve({ code, signal })));
+  const exited = new Promise((resolve) => child.once('close', (code, signal) => resolve({ code, signal })));
   t.after(async () => {
     child.kill('SIGINT');
     await exited;
@@ -108,7 +108,11 @@ class Processor {
         },
         async (response) => {
           const chunks = [];
-          for await (const chunk of response) chunks.push(chunk);
+          try {
+            for await (const chunk of response) chunks.push(chunk);
+          } catch (error) {
+            reject(error);
+          }
           const answer = Buffer.concat(chunks);
           resolve({ status: response.statusCode, headers: response.headers, body: answer, json: parse(answer) });
         },
