@@ -1,6 +1,7 @@
 // A session bus of the test's own, in a folder of its own; it ends with this object.
 #pragma once
 
+#include <QDir>
 #include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
@@ -28,7 +29,8 @@ class PrivateBus {
   [[nodiscard]] const QString& address() const { return address_; }
 
  private:
-  QTemporaryDir folder_;
+  // An address takes no blanks, which the program's name would bring into the folder's.
+  QTemporaryDir folder_{QDir::tempPath() + QLatin1String("/zunto-bus-XXXXXX")};
   QProcess daemon_;
   QString address_;
 };

@@ -9,7 +9,9 @@
 #include <QFile>
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
+#include <algorithm>
 #include <memory>
+#include <ostream>
 #include <string>
 
 #include "tests/qt/instance.h"
@@ -21,6 +23,9 @@ namespace {
 
 /// Where the instances of a test meet.
 enum class Meeting { bus, socket };
+
+/// The name by which test reports call it.
+void PrintTo(Meeting meeting, std::ostream* out) { *out << (meeting == Meeting::bus ? "bus" : "socket"); }
 
 class Instances : public QtTest {
  protected:
