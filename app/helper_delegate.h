@@ -121,6 +121,7 @@ class HelperDelegate final : public ApplicationDelegate,
   // Launching and stopping the processor.
   struct Components;
   [[nodiscard]] Task<bool> runStartSequence(bool openPage);
+  [[nodiscard]] Task<bool> launchAndWait();
   [[nodiscard]] Task<bool> waitUntilHealthy();
   [[nodiscard]] Task<bool> launchProcessor();
   [[nodiscard]] std::optional<std::string> firstMissingComponent(const Components& components) const;

@@ -58,23 +58,34 @@ Task<bool> HelperDelegate::startIfNeeded(bool openPage) {
 }
 
 Task<bool> HelperDelegate::runStartSequence(bool openPage) {
-  if (co_await probeHealth()) {
+  bool isHealthy = co_await probeHealth();
+  if (isHealthy) {
     updateStatus(true, ownChildRuns());
   } else {
-    if (!co_await launchProcessor()) co_return false;
-    if (!co_await waitUntilHealthy()) {
-      stopProcessor();
-      updateStatus(false, false);
-      co_await showAlert(
-          couldNotStart,
-          "Port 43127 may already be in use, or a bundled component could not run. Open the local "
-          "log for details.");
-      co_return false;
-    }
-    updateStatus(true, true);
+    isHealthy = co_await launchAndWait();
   }
-  if (openPage) capabilities_.workspace.openWebAddress(addresses_.videoImportPageURL.absoluteString());
-  co_return true;
+  if (isHealthy && openPage) {
+    capabilities_.workspace.openWebAddress(addresses_.videoImportPageURL.absoluteString());
+  }
+  co_return isHealthy;
+}
+
+Task<bool> HelperDelegate::launchAndWait() {
+  const bool isLaunched = co_await launchProcessor();
+  if (!isLaunched) co_return false;
+  const bool isHealthy = co_await waitUntilHealthy();
+  if (isHealthy) {
+    updateStatus(true, true);
+    co_return true;
+  }
+  stopProcessor();
+  updateStatus(false, false);
+  const Task<void> alert =
+      showAlert(couldNotStart,
+                "Port 43127 may already be in use, or a bundled component could not run. Open "
+                "the local log for details.");
+  co_await alert;
+  co_return false;
 }
 
 // A child that is seen to have ended while it is still held ends the wait at once. One that its end notice
@@ -82,7 +93,8 @@ Task<bool> HelperDelegate::runStartSequence(bool openPage) {
 Task<bool> HelperDelegate::waitUntilHealthy() {
   for (int probe = 1; probe <= maximumProbes; ++probe) {
     co_await sleepThroughCancellation(capabilities_.executor, probeInterval);
-    if (co_await probeHealth()) co_return true;
+    const bool isHealthy = co_await probeHealth();
+    if (isHealthy) co_return true;
     if (processor && !processor->isRunning()) co_return false;
   }
   co_return false;
@@ -97,7 +109,8 @@ Task<bool> HelperDelegate::launchProcessor() {
     std::string message = "A required bundled component is missing: ";
     message += *missing;
     message += ". Download a fresh copy of the app.";
-    co_await showAlert("ZUNTO Helper is incomplete", std::move(message));
+    const Task<void> alert = showAlert("ZUNTO Helper is incomplete", std::move(message));
+    co_await alert;
     co_return false;
   }
   std::string refusal;
@@ -109,7 +122,8 @@ Task<bool> HelperDelegate::launchProcessor() {
   }
   processor.reset();
   logHandle.reset();
-  co_await showAlert(couldNotStart, refusal);
+  const Task<void> alert = showAlert(couldNotStart, refusal);
+  co_await alert;
   co_return false;
 }
 

@@ -58,7 +58,7 @@ class Executor {
 };
 
 /// Answers, without suspending, whether the task that awaits it has been cancelled.
-///   if (co_await isCancelled()) co_return;
+///   const bool cancelled = co_await isCancelled();
 class CancellationQuery {
  public:
   CancellationQuery() noexcept = default;

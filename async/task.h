@@ -4,8 +4,15 @@
 // Owner: whoever holds the Task; destroying a Task that is suspended destroys its frame and everything it
 // awaits, and nothing of it runs again. Thread: main thread only.
 //
-// Lambda coroutines must not capture: the closure dies before the frame. Pass arguments instead, which the
-// frame keeps.
+// Three habits that coroutines of this tree keep:
+//   - A lambda coroutine does not capture: the closure dies before the frame. It takes arguments, which the
+//   frame
+//     keeps.
+//   - No co_await stands in a condition: GCC 12 puts the condition's value in front of the frame and then
+//   resumes
+//     at the wrong address. The answer gets a name first.
+//   - A call that takes more than plain values is awaited through a named Task, so that no temporary has to
+//     outlive a suspension, which GCC 12 does not always get right either.
 #pragma once
 
 #include <coroutine>

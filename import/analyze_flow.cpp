@@ -30,7 +30,8 @@ Task<void> DownloaderWindowController::runAnalysis() {
   resetAnalysis();
   setBusy(true, "Analyzing available formats…");
   try {
-    co_await probeLink(*link);
+    const Task<void> analysis = probeLink(*link);
+    co_await analysis;
     pollTask.reset();
   } catch (const Error& failure) {
     showFailure(failure);
@@ -39,8 +40,10 @@ Task<void> DownloaderWindowController::runAnalysis() {
 
 Task<void> DownloaderWindowController::probeLink(Url link) {
   RequestBody body = requestBody(link.absoluteString(), std::nullopt);
-  const MediaJob accepted = co_await client_.request<MediaJob>("probe", HttpMethod::post, std::move(body));
-  co_await pollJob(accepted.jobId, true);
+  const Task<MediaJob> probe = client_.request<MediaJob>("probe", HttpMethod::post, std::move(body));
+  const MediaJob accepted = co_await probe;
+  const Task<void> polling = pollJob(accepted.jobId, true);
+  co_await polling;
 }
 
 void DownloaderWindowController::refuse(const std::string& reason) {

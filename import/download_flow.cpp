@@ -31,9 +31,11 @@ Task<void> DownloaderWindowController::runDownload() {
   setBusy(true, "Starting local download…");
   form_.cancelButton.setHidden(false);
   try {
-    const MediaJob accepted = co_await client_.request<MediaJob>("jobs", HttpMethod::post, std::move(body));
+    const Task<MediaJob> creation = client_.request<MediaJob>("jobs", HttpMethod::post, std::move(body));
+    const MediaJob accepted = co_await creation;
     activeJobId = accepted.jobId;
-    co_await pollJob(accepted.jobId, false);
+    const Task<void> polling = pollJob(accepted.jobId, false);
+    co_await polling;
     pollTask.reset();
   } catch (const Error& failure) {
     showFailure(failure);
@@ -66,12 +68,16 @@ void DownloaderWindowController::addSubtitleKeys(RequestBody& body) const {
 }
 
 Task<void> DownloaderWindowController::pollJob(std::string jobId, bool forAnalysis) {
-  while (!co_await isCancelled()) {
-    MediaJob job = co_await client_.request<MediaJob>("jobs/" + jobId, HttpMethod::get, std::nullopt);
+  for (;;) {
+    const bool cancelled = co_await isCancelled();
+    if (cancelled) co_return;
+    const Task<MediaJob> poll = client_.request<MediaJob>("jobs/" + jobId, HttpMethod::get, std::nullopt);
+    MediaJob job = co_await poll;
     form_.progress.setValue(job.progress.value_or(0));
     form_.statusLabel.setText(job.stage.value_or(capitalizedWords(job.status)));
     if (!isRunningStatus(job.status)) {
-      co_await finishJob(std::move(job), forAnalysis);
+      const Task<void> ending = finishJob(std::move(job), forAnalysis);
+      co_await ending;
       co_return;
     }
     co_await capabilities_.executor.sleep(pollInterval);
@@ -88,7 +94,8 @@ Task<void> DownloaderWindowController::finishJob(MediaJob job, bool forAnalysis)
   if (forAnalysis) {
     showAnalysis(job);
   } else {
-    co_await saveResult(std::move(job));
+    const Task<void> saving = saveResult(std::move(job));
+    co_await saving;
   }
 }
 
@@ -111,8 +118,9 @@ void DownloaderWindowController::cancelJob() {
 
 Task<void> DownloaderWindowController::requestCancellation(std::string jobId) {
   try {
-    static_cast<void>(co_await client_.request<std::optional<MediaJob>>("jobs/" + jobId + "/cancel",
-                                                                        HttpMethod::post, RequestBody()));
+    const Task<std::optional<MediaJob>> cancellation = client_.request<std::optional<MediaJob>>(
+        "jobs/" + jobId + "/cancel", HttpMethod::post, RequestBody());
+    static_cast<void>(co_await cancellation);
   } catch (const Error&) {
     // The user has let go of the job; whether the processor heard it changes nothing for him.
   }

@@ -17,7 +17,8 @@ Task<void> DownloaderWindowController::saveResult(MediaJob job) {
     co_return;
   }
   form_.statusLabel.setText("Saving " + location->filename().string() + "…");
-  co_await fetchTo(*location, job.jobId);
+  const Task<void> fetching = fetchTo(*location, job.jobId);
+  co_await fetching;
   savedURL = location;
   form_.revealButton.setHidden(false);
   form_.progress.setValue(ProgressBar::maximum);
@@ -36,8 +37,9 @@ Task<std::optional<std::filesystem::path>> DownloaderWindowController::askWhereT
 }
 
 Task<void> DownloaderWindowController::fetchTo(std::filesystem::path location, std::string jobId) {
-  const std::unique_ptr<TemporaryFile> fetched =
-      co_await client_.fetchResult(std::move(jobId), location.parent_path());
+  const Task<std::unique_ptr<TemporaryFile>> fetch =
+      client_.fetchResult(std::move(jobId), location.parent_path());
+  const std::unique_ptr<TemporaryFile> fetched = co_await fetch;
   // The panel has asked about replacing; only now, with the whole file at hand, is the old one given up.
   if (capabilities_.fileSystem.exists(location)) capabilities_.fileSystem.removeItem(location);
   fetched->moveTo(location);

@@ -65,20 +65,23 @@ HttpRequest ProcessorClient::plainFetch(const std::string& path) const {
 
 Task<std::string> ProcessorClient::exchange(std::string path, HttpMethod method,
                                             std::optional<RequestBody> body) const {
-  HttpResponse answer = co_await sendOnce(session_, buildRequest(path, method, body));
+  const Task<HttpResponse> sending = sendOnce(session_, buildRequest(path, method, body));
+  HttpResponse answer = co_await sending;
   if (!isSuccess(answer.head)) throw processorFailure(answer.body);
   co_return std::move(answer.body);
 }
 
 Task<HttpResponseHead> ProcessorClient::fetchHealth() const {
-  const HttpResponse answer = co_await sendOnce(session_, plainFetch("health"));
+  const Task<HttpResponse> fetch = sendOnce(session_, plainFetch("health"));
+  const HttpResponse answer = co_await fetch;
   co_return answer.head;
 }
 
 Task<std::unique_ptr<TemporaryFile>> ProcessorClient::fetchResult(std::string jobId,
                                                                   std::filesystem::path folder) const {
-  HttpDownload answer =
-      co_await downloadOnce(session_, plainFetch("jobs/" + jobId + "/result"), std::move(folder));
+  const Task<HttpDownload> fetch =
+      downloadOnce(session_, plainFetch("jobs/" + jobId + "/result"), std::move(folder));
+  HttpDownload answer = co_await fetch;
   if (answer.head.status != 200) throw HelperError(HelperErrorCode::unreadableResult);
   co_return std::move(answer.file);
 }

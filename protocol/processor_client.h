@@ -30,7 +30,8 @@ class ProcessorClient {
   /// other answer), Cancelled.
   template <class T>
   Task<T> request(std::string path, HttpMethod method, std::optional<RequestBody> body) const {
-    const std::string answer = co_await exchange(std::move(path), method, std::move(body));
+    const Task<std::string> exchanging = exchange(std::move(path), method, std::move(body));
+    const std::string answer = co_await exchanging;
     co_return decodeRecord<T>(answer);
   }
 
