@@ -1,5 +1,7 @@
 #include "platform/qt/qt_window_system.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QAction>
 #include <QBoxLayout>
 #include <QCloseEvent>
@@ -184,6 +186,19 @@ class NativeWindow final : public QWidget {
   std::optional<WindowStatusMenu> statusMenu_;
 };
 
+/// Screen readers look for windows by their role, which Qt gives to dialogs and main windows only.
+class WindowAccessible final : public QAccessibleWidget {
+ public:
+  explicit WindowAccessible(NativeWindow& window) : QAccessibleWidget(&window, QAccessible::Window) {}
+};
+
+/// Qt takes ownership of what it answers.
+QAccessibleInterface* makeWindowAccessible(const QString&, QObject* object) {
+  auto* window = dynamic_cast<NativeWindow*>(object);
+  if (window == nullptr) return nullptr;
+  return std::make_unique<WindowAccessible>(*window).release();
+}
+
 class QtWindowView final : public WindowView {
  public:
   QtWindowView(Window& model, QtStatusMenu& statusMenu) : model_(model), window_(model, statusMenu) {
@@ -214,6 +229,7 @@ class QtWindowView final : public WindowView {
 }  // namespace
 
 std::unique_ptr<WindowView> QtWindowSystem::makeView(Window& window) {
+  QAccessible::installFactory(makeWindowAccessible);  // installing it again changes nothing
   return std::make_unique<QtWindowView>(window, statusMenu_);
 }
 

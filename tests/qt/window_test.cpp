@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <QAccessible>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
@@ -104,6 +105,13 @@ TEST_F(QtWindows, ShowsTheGivenContentSizeTitleAndMinimum) {
   EXPECT_EQ(native->size(), QSize(680, 520));
   EXPECT_EQ(native->minimumSize(), QSize(600, 470));
   EXPECT_EQ(native->windowTitle().toStdString(), "Sample Window");
+}
+
+TEST_F(QtWindows, IsAWindowForScreenReaders) {
+  show();
+  EXPECT_EQ(QAccessible::queryAccessibleInterface(native)->role(), QAccessible::Window);
+  EXPECT_EQ(QAccessible::queryAccessibleInterface(native)->text(QAccessible::Name).toStdString(),
+            "Sample Window");
 }
 
 TEST_F(QtWindows, ClosingHidesTellsTheModelAndEndsNothing) {
