@@ -4,7 +4,7 @@
 #include <QDialog>
 #include <QFile>
 #include <QFileDialog>
-#include <QFileInfo>
+#include <QFont>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPointer>
@@ -95,6 +95,11 @@ std::unique_ptr<QMessageBox> makeMessageBox(const Alert& alert) {
   // The message may be the system's: no markup in it counts.
   if (auto* message = box->findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
     message->setTextFormat(Qt::PlainText);
+  }
+  if (auto* title = box->findChild<QLabel*>(QStringLiteral("qt_msgbox_label"))) {
+    QFont font = title->font();
+    font.setBold(true);
+    title->setFont(font);
   }
   box->setWindowModality(Qt::ApplicationModal);
   return box;

@@ -10,6 +10,8 @@
 
 #include "import/import_form.h"
 #include "platform/qt/qt_application.h"
+#include "platform/qt/qt_clock.h"
+#include "platform/qt/qt_dialogs.h"
 #include "platform/qt/qt_status_menu.h"
 #include "platform/qt/qt_window_system.h"
 
@@ -69,6 +71,11 @@ void makeLong(zunto::ImportForm& form) {
   form.subtitlePopup.addItem("Chinese (Simplified, automatically generated from English)");
 }
 
+struct QtClockAndDialogs {
+  zunto::QtClock clock;
+  zunto::QtDialogs dialogs{clock};
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -98,6 +105,18 @@ int main(int argc, char** argv) {
     if (isWished("small") && each->windowType() == Qt::Window) each->resize(each->minimumSize());
   }
   window.center();
+  QtClockAndDialogs shown;
+  if (isWished("alert")) {
+    shown.dialogs.showAlert(
+        {"ZUNTO Helper could not start",
+         "Port 43127 may already be in use, or a bundled component could not run. Open the "
+         "local log for details.",
+         {"OK", "Show Log"}},
+        [](std::size_t) {});
+  }
+  if (isWished("save")) {
+    shown.dialogs.showSavePanel({"Save ZUNTO Download", "A walk along the river.mp4"}, [](const auto&) {});
+  }
   application.run();
   return 0;
 }

@@ -9,6 +9,7 @@
 #include <QDBusPendingReply>
 #include <QDBusVariant>
 #include <QImage>
+#include <QTimer>
 #include <memory>
 #include <optional>
 
@@ -211,6 +212,23 @@ TEST_F(QtStatusItems, ANewTitleOfAnItemIsReadAtOnce) {
   const QDBusMessage reply = askMenu("GetProperty", {1, QStringLiteral("label")});
   EXPECT_EQ(reply.arguments()[0].value<QDBusVariant>().variant().toString().toStdString(),
             "ZUNTO Helper Ready");
+}
+
+TEST_F(QtStatusItems, TellsTheDesktopOfNewTitles) {
+  makeItem();
+  QTimer heardOfItem;
+  QTimer heardOfTitle;
+  const auto listen = [this](const char* path, const char* interface, const char* name, QTimer& heard) {
+    return desktop.connect(program.baseService(), QString::fromLatin1(path), QString::fromLatin1(interface),
+                           QString::fromLatin1(name), &heard, SLOT(start()));
+  };
+  ASSERT_TRUE(listen("/MenuBar", "com.canonical.dbusmenu", "ItemsPropertiesUpdated", heardOfItem));
+  ASSERT_TRUE(listen("/StatusNotifierItem", "org.kde.StatusNotifierItem", "NewTitle", heardOfTitle));
+  status->setTitle("ZUNTO Helper Ready");
+  EXPECT_TRUE(runUntil([&heardOfItem] { return heardOfItem.isActive(); }));
+  EXPECT_FALSE(heardOfTitle.isActive());
+  item->setButtonTitle("Z/UNTO ●");
+  EXPECT_TRUE(runUntil([&heardOfTitle] { return heardOfTitle.isActive(); }));
 }
 
 TEST_F(QtStatusItems, RefusesWhatItDoesNotKnow) {
