@@ -33,7 +33,7 @@ Element row(std::vector<Element> controls) {
 }  // namespace
 
 ImportForm::ImportForm()
-    : urlField("https://www.youtube.com/watch?v=… or https://www.bilibili.com/video/…"),
+    : urlField("https://youtube.com/watch?v=… or https://bilibili.com/video/…"),
       permissionCheck("I own this media or have permission to download and use it.", true),
       browserPopup({"Anonymous", "Chrome login", "Safari login"}),
       analyzeButton("Analyze", KeyEquivalent::returnKey),
