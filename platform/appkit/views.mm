@@ -1,5 +1,6 @@
 #import "platform/appkit/views.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -235,9 +236,6 @@ class PopUpButtonBinding final : public ViewBinding {
     [native_.get() setTarget:target_.get()];
     [native_.get() setAction:@selector(performAction:)];
     [native_.get() setLineBreakMode:NSLineBreakByTruncatingTail];
-    // Titles come from the media: a long one is cut short before it makes the window wider.
-    [native_.get() setContentCompressionResistancePriority:NSLayoutPriorityDragThatCannotResizeWindow
-                                            forOrientation:horizontal];
     hugContent(native_.get());
     mirror();
     subscription_ = model.observe([this] { mirror(); });
@@ -277,6 +275,17 @@ class PopUpButtonBinding final : public ViewBinding {
       [[native_.get() menu] addItem:item.get()];
     }
     [native_.get() invalidateIntrinsicContentSize];
+    resistCompression();
+  }
+
+  /// Titles come from the media: a long one is cut short before it makes the window wider, and of several
+  /// buttons in a row the widest gives way first.
+  void resistCompression() {
+    constexpr CGFloat pointsPerStep = 10;
+    const CGFloat steps = [native_.get() intrinsicContentSize].width / pointsPerStep;
+    const auto priority = NSLayoutPriorityDragThatCannotResizeWindow - static_cast<NSLayoutPriority>(steps);
+    [native_.get() setContentCompressionResistancePriority:std::max(priority, NSLayoutPriorityDefaultLow)
+                                            forOrientation:horizontal];
   }
 
   PopUpButton& model_;

@@ -28,6 +28,9 @@ bool sendGetUrlEvent(NSString* url);
 bool sendGetUrlEventWithoutText();
 bool sendGetUrlEventWithoutObject();
 
+/// How many modal sessions have begun so far: one that was told to end stands a moment longer.
+[[nodiscard]] int modalSessionsBegun();
+
 /// The item that the status bar shows now; nil when there is none.
 [[nodiscard]] NSStatusItem* shownStatusItem();
 

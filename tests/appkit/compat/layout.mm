@@ -65,7 +65,7 @@ NSSize textFieldSize(NSTextField* field, CGFloat width) {
   if ([field isEditable])
     return NSMakeSize(std::max<CGFloat>(size.width, 60), std::max<CGFloat>(size.height, 22));
   const bool isWrapping = [cell wraps] && layoutOf(field).maximumLines > 0;
-  if (!isWrapping || width >= unlimited) return size;
+  if (!isWrapping || width >= unlimited || width < 20) return size;  // not placed yet
   // The cell measures one line only.
   const NSSize space = NSMakeSize(width - 4, 1e4);
   const NSSize text =
@@ -97,18 +97,22 @@ NSSize naturalSize(NSView* view, CGFloat stackWidth) {
   return NSMakeSize(ceil(size.width), ceil(size.height));
 }
 
-/// Stretches or shrinks the view that resists it least until the row has its width.
+/// The view that resists a stretch, or a shrinking, the least.
+std::size_t softest(const std::vector<NSView*>& views, bool isStretch) {
+  const auto resistance = [&](NSView* view) {
+    return isStretch ? layoutOf(view).hugging[0] : layoutOf(view).compression[0];
+  };
+  const auto found = std::min_element(views.begin(), views.end(), [&](NSView* one, NSView* other) {
+    return resistance(one) < resistance(other);
+  });
+  return static_cast<std::size_t>(found - views.begin());
+}
+
+/// Gives a row its width: by the one view that stretches most easily, or shrinks most easily.
 void fitRow(const std::vector<NSView*>& views, std::vector<NSSize>& sizes, CGFloat spare) {
   if (views.empty()) return;
-  std::size_t softest = 0;
-  for (std::size_t i = 1; i < views.size(); ++i) {
-    const ViewLayout& candidate = layoutOf(views[i]);
-    const ViewLayout& best = layoutOf(views[softest]);
-    const bool isSofter =
-        spare > 0 ? candidate.hugging[0] < best.hugging[0] : candidate.compression[0] < best.compression[0];
-    if (isSofter) softest = i;
-  }
-  sizes[softest].width = std::max<CGFloat>(20, sizes[softest].width + spare);
+  NSSize& size = sizes[softest(views, spare > 0)];
+  size.width = std::max<CGFloat>(20, size.width + spare);
 }
 
 void placeColumn(ZUNTOStackState& state, NSSize bounds) {
@@ -389,6 +393,10 @@ NSLayoutConstraint* makeConstraint(NSView* view, NSLayoutAttribute attribute, NS
 - (void)setContentCompressionResistancePriority:(NSLayoutPriority)priority
                                  forOrientation:(NSLayoutConstraintOrientation)orientation {
   layoutOf(self).compression[orientation] = priority;
+}
+
+- (NSSize)intrinsicContentSize {
+  return contentSize(self, unlimited);
 }
 
 - (void)invalidateIntrinsicContentSize {

@@ -52,6 +52,8 @@ namespace zunto::testing {
 namespace {
 
 void (*originalAddTimer)(id, SEL, NSTimer*, NSString*);
+NSModalSession (*originalBeginModalSession)(id, SEL, NSWindow*);
+int modalSessions = 0;
 
 void addTimer(id loop, SEL selector, NSTimer* timer, NSString* mode) {
   if (![mode isEqualToString:NSRunLoopCommonModes]) {
@@ -61,7 +63,14 @@ void addTimer(id loop, SEL selector, NSTimer* timer, NSString* mode) {
   for (NSString* common in commonModes()) originalAddTimer(loop, selector, timer, common);
 }
 
+NSModalSession beginModalSession(id application, SEL selector, NSWindow* window) {
+  ++modalSessions;
+  return originalBeginModalSession(application, selector, window);
+}
+
 }  // namespace
+
+int modalSessionsBegun() { return modalSessions; }
 
 void installBlocks() {
   // A class record of this runtime is 13 words; the blocks' memory has room for 32.
@@ -73,6 +82,8 @@ void installBlocks() {
 
 void installRunLoop() {
   originalAddTimer = replaceMethod([NSRunLoop class], @selector(addTimer:forMode:), addTimer);
+  originalBeginModalSession =
+      replaceMethod([NSApplication class], @selector(beginModalSessionForWindow:), beginModalSession);
   // The loop here sleeps on after a timer has posted an event or stopped a modal session.
   NSTimer* beat = [NSTimer timerWithTimeInterval:0.02
                                           target:[ZUNTOHeartbeat class]

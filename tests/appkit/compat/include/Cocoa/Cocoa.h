@@ -72,6 +72,7 @@ static const NSEventMask NSEventMaskAny = NSAnyEventMask;
 @property(readonly) NSLayoutYAxisAnchor* bottomAnchor;
 @property(readonly) NSLayoutDimension* widthAnchor;
 @property(readonly) NSLayoutDimension* heightAnchor;
+@property(readonly) NSSize intrinsicContentSize;
 @property(copy) NSString* accessibilityLabel;
 - (void)setContentHuggingPriority:(NSLayoutPriority)priority
                    forOrientation:(NSLayoutConstraintOrientation)orientation;

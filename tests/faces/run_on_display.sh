@@ -1,0 +1,29 @@
+#!/bin/sh
+# Runs a program on a virtual display of its own, with a private home and without a session bus.
+#   run_on_display.sh PROGRAM [ARGUMENT ...]
+# A program that hangs is killed after three minutes: one that tracks a menu does not listen to SIGTERM.
+set -eu
+
+world=$(mktemp -d)
+xvfb=
+finish() {
+  if [ -n "$xvfb" ]; then kill "$xvfb" 2>/dev/null || true; fi
+  rm -rf "$world"
+}
+trap finish EXIT
+trap 'exit 129' HUP
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+mkfifo "$world/display"
+Xvfb -displayfd 3 -screen 0 1280x900x24 -nolisten tcp 3>"$world/display" 2>"$world/xvfb.log" &
+xvfb=$!
+read -r number <"$world/display"
+
+mkdir -p "$world/home" "$world/runtime" "$world/tmp"
+chmod 700 "$world/runtime"
+status=0
+env -u DBUS_SESSION_BUS_ADDRESS -u WAYLAND_DISPLAY -u LANGUAGE \
+  DISPLAY=":$number" HOME="$world/home" XDG_RUNTIME_DIR="$world/runtime" TMPDIR="$world/tmp" LC_ALL=C.UTF-8 \
+  timeout -k 5 180 "$@" || status=$?
+exit "$status"
