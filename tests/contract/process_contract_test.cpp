@@ -454,6 +454,14 @@ TYPED_TEST(ProcessContract, DropsANoticeThatWasPostedBeforeTheSpawnerWasDestroye
   EXPECT_EQ(ends, 0);
 }
 
+TYPED_TEST(ProcessContract, ReleasesWhatANoticeHeldOnceItIsDelivered) {
+  auto held = std::make_shared<bool>(false);
+  const std::weak_ptr<bool> watched = held;
+  this->launch(Behaviour::endsAtOnce, [kept = std::move(held)] { *kept = true; });
+  EXPECT_FALSE(watched.expired());
+  EXPECT_TRUE(this->world_.wait([&] { return watched.expired(); }));
+}
+
 TYPED_TEST(ProcessContract, ReleasesWhatNoticesHoldWithTheSpawner) {
   auto held = std::make_shared<int>(0);
   const std::weak_ptr<int> watched = held;

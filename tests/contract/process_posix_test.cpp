@@ -119,12 +119,14 @@ TEST_F(PosixProcesses, LaunchesFromAProgramThatWasStartedWithoutStandardDescript
     kept.emplace_back(::fcntl(number, F_DUPFD_CLOEXEC, 10));
     ::close(number);
   }
+  Descriptor placeholder(::open("/dev/null", O_RDONLY));  // the log gets a number that the child needs itself
   ChildSpec child = world_.script("cat; echo one; echo two >&2; " + openDescriptorsScript());
   const int logDescriptor = child.output->descriptor();
+  placeholder.close();
   const std::string output = outputOf(child);
   child.output.reset();
   for (int number = 0; number < 3; ++number) ::dup2(kept[static_cast<std::size_t>(number)].number(), number);
-  EXPECT_LT(logDescriptor, 3);
+  EXPECT_EQ(logDescriptor, STDOUT_FILENO);
   EXPECT_EQ(output, "one\ntwo\n0\n1\n2\n");
 }
 
@@ -181,6 +183,18 @@ TEST_F(PosixProcesses, TerminatesWithoutTheMainLoop) {
 TEST_F(PosixProcesses, ReapsItsChildren) {
   outputOf(world_.script("exit 3"));
   EXPECT_TRUE(hasNoChildren());
+}
+
+TEST_F(PosixProcesses, SeesAnEndedChildNotRunningByTheKernelsWordAlone) {
+  for (int round = 0; round < 50; ++round) {
+    const std::string before = world_.logged();
+    const auto child = world_.launch(world_.script("echo $$; sleep 0.01"));
+    ASSERT_TRUE(world_.waitWithoutTurns([&] { return world_.logged().size() > before.size(); }));
+    const auto pid = static_cast<id_t>(std::stoi(world_.logged().substr(before.size())));
+    siginfo_t info{};
+    ::waitid(P_PID, pid, &info, WEXITED | WNOWAIT);  // at the same moment as the backend's own thread
+    ASSERT_FALSE(child->isRunning()) << round;
+  }
 }
 
 TEST_F(PosixProcesses, NeverReapsAChildThatIsNotItsOwn) {
