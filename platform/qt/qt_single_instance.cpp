@@ -68,7 +68,7 @@ class QtSingleInstance::BusChannel {
   BusChannel(const BusChannel&) = delete;
   BusChannel& operator=(const BusChannel&) = delete;
   ~BusChannel() {
-    if (isFirst_) bus_.unregisterService(QString::fromLatin1(busName));
+    if (isFirst_ && bus_.isConnected()) bus_.unregisterService(QString::fromLatin1(busName));
   }
 
   /// The role, or none when the bus does not work.

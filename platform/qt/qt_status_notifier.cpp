@@ -144,7 +144,7 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
                               const QDBusConnection& from) { return answer(call, from); }}),
       watcherPresence_(watcherName, bus_, QDBusServiceWatcher::WatchForOwnerChange) {
   registerTypes();
-  bus_.registerService(serviceName_);
+  if (bus_.isConnected()) bus_.registerService(serviceName_);
   offerMenu();
   shownTitle_ = toQString(item_.buttonTitle());
   changes_ = item_.observe([this] { mirror(); });
@@ -163,13 +163,18 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
     bus_.connect(watcherName, watcherPath, watcherInterface, QString::fromLatin1(news), &hostNews_,
                  SLOT(start()));
   }
+  // The end of the bus itself is news too: nobody is there to report the watcher's.
+  bus_.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
+               QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), &hostNews_,
+               SLOT(start()));
   announce();
 }
 
 QtStatusNotifier::~QtStatusNotifier() {
   statusMenu_.setShownByDesktop(false);
-  // The watcher forgets the item when its name is gone.
-  bus_.unregisterService(serviceName_);
+  // The watcher forgets the item when its name is gone. A bus that has gone first has forgotten the name, and
+  // must not be asked.
+  if (bus_.isConnected()) bus_.unregisterService(serviceName_);
 }
 
 void QtStatusNotifier::announce() {

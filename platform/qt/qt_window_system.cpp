@@ -60,6 +60,7 @@ class WindowStatusMenu {
       : statusMenu_(statusMenu), window_(window), bar_(bar) {
     menu_.menuAction()->setMenuRole(QAction::NoRole);
     bar_.addMenu(&menu_);
+    bar_.hide();
     changes_ = statusMenu_.observe([this] { mirror(); });
     mirror();
   }
@@ -86,7 +87,16 @@ class WindowStatusMenu {
     }
     menu_.setTitle(item ? withoutMnemonic(item->buttonTitle()) : QString());
     menu_.setAccessibleName(menu_.title());
-    bar_.setHidden(!shown || statusMenu_.isShownByDesktop());
+    showBar(shown && !statusMenu_.isShownByDesktop());
+  }
+
+  /// The bar comes on top of the content, which keeps its size.
+  void showBar(bool isShown) {
+    if (bar_.isHidden() != isShown) return;
+    const int change = (isShown ? 1 : -1) * bar_.sizeHint().height();
+    bar_.setVisible(isShown);
+    const bool isFree = !window_.isMaximized() && !window_.isFullScreen();
+    if (isFree) window_.resize(window_.width(), window_.height() + change);
   }
 
   QtStatusMenu& statusMenu_;

@@ -33,16 +33,12 @@ TEST(FileAddress, EncodesEveryByteThatIsNotPlain) {
 
 class FileViewer : public QtTest {
  protected:
-  QDBusConnection connect(const char* name) const {
-    return QDBusConnection::connectToBus(bus.address(), QString::fromLatin1(name));
-  }
-
   PrivateBus bus;
   QStringList shown;
 };
 
 TEST_F(FileViewer, IsAskedToShowTheOneLocation) {
-  QDBusConnection viewer = connect("viewer");
+  QDBusConnection viewer = bus.connect();
   const QtDBusObject object(viewer, QStringLiteral("/org/freedesktop/FileManager1"),
                             {.interface = QStringLiteral("org.freedesktop.FileManager1"),
                              .description = QString(),
@@ -55,7 +51,7 @@ TEST_F(FileViewer, IsAskedToShowTheOneLocation) {
                                    return true;
                                  }});
   viewer.registerService(QStringLiteral("org.freedesktop.FileManager1"));
-  QtWorkspace workspace(connect("program"));
+  QtWorkspace workspace(bus.connect());
   workspace.reveal("/home/me/My clip.mp4");
   EXPECT_TRUE(shown.isEmpty());
   ASSERT_TRUE(runUntil([this] { return !shown.isEmpty(); }));

@@ -1,9 +1,11 @@
 // A session bus of the test's own, in a folder of its own; it ends with this object.
 #pragma once
 
+#include <QDBusConnection>
 #include <QDir>
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 #include <stdexcept>
 
@@ -22,17 +24,33 @@ class PrivateBus {
   PrivateBus(const PrivateBus&) = delete;
   PrivateBus& operator=(const PrivateBus&) = delete;
   ~PrivateBus() {
+    for (const QString& name : names_) QDBusConnection::disconnectFromBus(name);
     daemon_.terminate();
     daemon_.waitForFinished();
   }
 
   [[nodiscard]] const QString& address() const { return address_; }
 
+  /// A new connection, which ends with the bus.
+  [[nodiscard]] QDBusConnection connect() {
+    // Qt remembers connections by their names beyond this object.
+    static int count = 0;
+    names_.append(QStringLiteral("connection-%1").arg(++count));
+    return QDBusConnection::connectToBus(address_, names_.back());
+  }
+
+  /// Ends the bus while it is in use.
+  void stop() {
+    daemon_.kill();
+    daemon_.waitForFinished();
+  }
+
  private:
   // An address takes no blanks, which the program's name would bring into the folder's.
   QTemporaryDir folder_{QDir::tempPath() + QLatin1String("/zunto-bus-XXXXXX")};
   QProcess daemon_;
   QString address_;
+  QStringList names_;
 };
 
 }  // namespace zunto::testing

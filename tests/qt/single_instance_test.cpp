@@ -184,7 +184,7 @@ TEST_F(OnTheSocket, ServesWhereTheNamedBusIsGone) {
 class OnTheBus : public Instances {
  protected:
   QDBusMessage call(const QString& method, const QVariantList& arguments) {
-    auto connection = QDBusConnection::connectToBus(bus->address(), QStringLiteral("caller"));
+    auto connection = bus->connect();
     QDBusMessage message = QDBusMessage::createMethodCall(
         QString::fromLatin1(QtSingleInstance::busName), QString::fromLatin1(QtSingleInstance::objectPath),
         QStringLiteral("org.freedesktop.Application"), method);

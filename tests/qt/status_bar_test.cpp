@@ -65,15 +65,6 @@ class Watcher {
 
 class QtStatusItems : public QtTest {
  protected:
-  ~QtStatusItems() override {
-    for (const char* name : {"program", "desktop"}) {
-      QDBusConnection::disconnectFromBus(QString::fromLatin1(name));
-    }
-  }
-
-  QDBusConnection connect(const char* name) const {
-    return QDBusConnection::connectToBus(bus.address(), QString::fromLatin1(name));
-  }
   void makeItem() {
     item = bar.makeStatusItem();
     item->setButtonTitle("Z/UNTO");
@@ -109,8 +100,8 @@ class QtStatusItems : public QtTest {
   }
 
   PrivateBus bus;
-  QDBusConnection program = connect("program");
-  QDBusConnection desktop = connect("desktop");
+  QDBusConnection program = bus.connect();
+  QDBusConnection desktop = bus.connect();
   QtStatusBar bar{program};
   std::shared_ptr<MenuItem> status = std::make_shared<MenuItem>("Starting…");
   int opened = 0;
@@ -247,6 +238,18 @@ TEST_F(QtStatusItems, GoesFromTheDesktopWithItsOwner) {
   EXPECT_FALSE(bar.statusMenu().isShownByDesktop());
   EXPECT_EQ(bar.statusMenu().item(), nullptr);
   EXPECT_FALSE(desktop.interface()->isServiceRegistered(name).value());
+}
+
+TEST_F(QtStatusItems, OutlivesTheBus) {
+  const Watcher watcher(desktop, true);
+  makeItem();
+  ASSERT_TRUE(isShown(true));
+  bus.stop();
+  ASSERT_TRUE(runUntil([this] { return !program.isConnected(); }));
+  EXPECT_TRUE(isShown(false));
+  item->setButtonTitle("Z/UNTO ●");
+  item.reset();
+  runTurns();
 }
 
 TEST_F(QtTest, StatusItemWithoutABusStaysInTheWindows) {

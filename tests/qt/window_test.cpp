@@ -242,6 +242,19 @@ TEST_F(QtWindows, MenuStandsInTheWindowWhileTheDesktopDoesNotShowIt) {
   EXPECT_TRUE(menuBar().isVisible());
 }
 
+TEST_F(QtWindows, ContentKeepsItsSizeWhenTheMenuBarComesAndGoes) {
+  const auto item = giveStatusMenu();
+  show();
+  EXPECT_EQ(native->size(), QSize(680, 520 + menuBar().height()));
+  statusMenu.setShownByDesktop(true);
+  runTurns();
+  EXPECT_EQ(native->size(), QSize(680, 520));
+  EXPECT_EQ(native->minimumSize(), QSize(600, 470));
+  statusMenu.setShownByDesktop(false);
+  runTurns();
+  EXPECT_EQ(native->size(), QSize(680, 520 + menuBar().height()));
+}
+
 TEST_F(QtWindows, NoMenuBarStandsThereWithoutAStatusItem) {
   show();
   EXPECT_FALSE(menuBar().isVisible());
