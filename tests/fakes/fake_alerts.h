@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -33,6 +34,7 @@ class FakeAlerts final : public AlertPresenter {
   /// The user presses `button` of the oldest open alert, which must exist: it closes now, and its answer
   /// comes on a turn of its own.
   void press(std::size_t button) {
+    if (open_.empty()) throw std::logic_error("no alert is open");
     std::function<void(std::size_t)> answered = std::move(open_.front());
     open_.pop_front();
     clock_.post([answered = std::move(answered), button] { answered(button); });
