@@ -157,6 +157,7 @@ TEST_F(PosixProcesses, TakesNoSignalOfTheProgramOnAnotherThread) {
   bool hasEnded = false;
   const auto child = world_.launch(world_.script("exec sleep 60"), [&] { hasEnded = true; });
   child->terminateAfter(60s);
+  std::this_thread::sleep_for(50ms);  // its threads have had the time to start
   const Blocked blocked(SIGUSR1);
   ASSERT_EQ(::kill(::getpid(), SIGUSR1),
             0);  // on any thread that does not block it, it would end the program
