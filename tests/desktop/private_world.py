@@ -1,0 +1,124 @@
+"""A desktop of the run's own: home, temporary folder, display and session bus, all gone at its end."""
+
+import os
+import secrets
+import shutil
+import subprocess
+import tempfile
+from pathlib import Path
+
+import processes
+
+SCREEN = "1000x760x24"
+
+# What of the machine's environment would lead out of the private world, or change what is seen in it.
+_FOREIGN = ("XDG_", "QT_", "DBUS_", "AT_SPI_", "GTK_", "GNOME_", "KDE_", "WAYLAND_", "LC_", "LANGUAGE", "SSL_",
+            "http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "all_proxy", "no_proxy")
+
+
+class PrivateWorld:
+    """Use as a context; inside it this process lives in the world as well, so that it can read the helper's
+    accessibility tree. `helper_environment()` is what a helper is started with."""
+
+    def __init__(self, screen=SCREEN):
+        self._screen = screen
+        self._children = []
+        self._mark = f"run-{os.getpid()}-{secrets.token_hex(6)}"
+        self._starts = 0
+        self._earlier_environment = dict(os.environ)
+        self.folder = None
+
+    def __enter__(self):
+        self.folder = Path(tempfile.mkdtemp(prefix="zunto-desktop-"))
+        try:
+            self.home = self._make("home")
+            self.temporary = self._make("tmp")
+            self.media = self._make("media")
+            environment = self._environment()
+            os.environ.clear()
+            os.environ.update(environment)
+            os.environ["DISPLAY"] = f":{self._start_display()}"
+            os.environ["DBUS_SESSION_BUS_ADDRESS"] = self._start_session_bus()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def __exit__(self, *_):
+        processes.end_all(f"{self._mark}-helper")
+        for child in reversed(self._children):
+            child.terminate()
+        for child in self._children:
+            try:
+                child.wait(5)
+            except subprocess.TimeoutExpired:
+                child.kill()
+                child.wait()
+        processes.end_all(self._mark)
+        os.environ.clear()
+        os.environ.update(self._earlier_environment)
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    def helper_environment(self):
+        """(environment, mark) of one start of the helper; the mark finds its processes, whatever becomes of it."""
+        self._starts += 1
+        mark = f"{self._mark}-helper-{self._starts}."
+        return {**os.environ, processes.MARK: mark}, mark
+
+    def helper_processes(self):
+        return processes.marked(f"{self._mark}-helper")
+
+    def write_home_file(self, relative, text):
+        path = self.home / relative
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text, encoding="utf-8")
+
+    def _make(self, name):
+        folder = self.folder / name
+        folder.mkdir(mode=0o700)
+        return folder
+
+    def _environment(self):
+        kept = {name: value for name, value in os.environ.items() if not name.startswith(_FOREIGN)}
+        return {
+            **kept,
+            "HOME": str(self.home),
+            "TMPDIR": str(self.temporary),
+            "XDG_RUNTIME_DIR": str(self._make("runtime")),
+            "LANG": "C.UTF-8",
+            "QT_QPA_PLATFORM": "xcb",
+            "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
+            "NO_AT_BRIDGE": "0",
+            processes.MARK: f"{self._mark}-world",
+        }
+
+    def _start_display(self):
+        read_end, write_end = os.pipe()
+        with open(read_end, encoding="ascii") as numbers:
+            self._start(["Xvfb", "-displayfd", str(write_end), "-screen", "0", self._screen, "-nolisten", "tcp",
+                         "-noreset"], "display.log", pass_fds=[write_end])
+            os.close(write_end)
+            number = numbers.readline().strip()
+        if not number:
+            raise RuntimeError("Xvfb did not start: " + self._log("display.log"))
+        return number
+
+    def _start_session_bus(self):
+        read_end, write_end = os.pipe()
+        with open(read_end, encoding="utf-8") as addresses:
+            self._start(["dbus-daemon", "--session", "--nofork", "--nopidfile", f"--print-address={write_end}",
+                         f"--address=unix:dir={self.folder / 'runtime'}"],
+                        "bus.log", pass_fds=[write_end])
+            os.close(write_end)
+            address = addresses.readline().strip()
+        if not address:
+            raise RuntimeError("dbus-daemon did not start: " + self._log("bus.log"))
+        return address
+
+    def _start(self, command, log, **options):
+        with open(self.folder / log, "wb") as output:
+            self._children.append(subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output,
+                                                   stderr=output, **options))
+
+    def _log(self, name):
+        return (self.folder / name).read_text(encoding="utf-8", errors="replace")[-500:]

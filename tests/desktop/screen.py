@@ -1,0 +1,75 @@
+"""Keys, pictures and the window manager's requests on the run's display."""
+
+import ctypes
+import subprocess
+import time
+
+from steps import require
+
+
+def press(*keys):
+    """Presses keys by their X names, such as "Return" or "ctrl+a", wherever the keyboard focus is."""
+    _xdotool("key", "--clearmodifiers", *keys)
+
+
+def type_text(text):
+    _xdotool("type", "--clearmodifiers", "--delay", "20", text)
+
+
+def click(x, y):
+    _xdotool("mousemove", str(x), str(y), "click", "1")
+
+
+def move_pointer_away():
+    _xdotool("mousemove", "0", "0")
+
+
+def windows_called(title):
+    """X's numbers of the visible windows with this title."""
+    done = _xdotool("search", "--onlyvisible", "--name", f"^{title}$", check=False)
+    return [int(line) for line in done.stdout.split()]
+
+
+def take_picture(path):
+    """Writes the whole screen to `path` as PNG; false when that fails."""
+    time.sleep(0.2)  # the last paint may still be on its way to the screen
+    done = subprocess.run(["import", "-window", "root", f"PNG24:{path}"], capture_output=True, timeout=30,
+                          check=False, stdin=subprocess.DEVNULL)
+    return done.returncode == 0
+
+
+def close_window(number):
+    """What a window manager sends for a click on a window's close button; the program decides what to do."""
+    x11 = ctypes.CDLL("libX11.so.6")
+    x11.XOpenDisplay.restype = ctypes.c_void_p
+    x11.XInternAtom.restype = ctypes.c_ulong
+    x11.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
+    x11.XSendEvent.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_int, ctypes.c_long, ctypes.c_void_p]
+    x11.XSync.argtypes = [ctypes.c_void_p, ctypes.c_int]
+    x11.XCloseDisplay.argtypes = [ctypes.c_void_p]
+    display = x11.XOpenDisplay(None)
+    require(display, "the display cannot be opened")
+    try:
+        event = _ClientMessage(type=_CLIENT_MESSAGE, window=number, format=32,
+                               message_type=x11.XInternAtom(display, b"WM_PROTOCOLS", 0))
+        event.data[0] = x11.XInternAtom(display, b"WM_DELETE_WINDOW", 0)
+        x11.XSendEvent(display, number, 0, 0, ctypes.byref(event))
+        x11.XSync(display, 0)
+    finally:
+        x11.XCloseDisplay(display)
+
+
+_CLIENT_MESSAGE = 33
+
+
+class _ClientMessage(ctypes.Structure):
+    _fields_ = [("type", ctypes.c_int), ("serial", ctypes.c_ulong), ("send_event", ctypes.c_int),
+                ("display", ctypes.c_void_p), ("window", ctypes.c_ulong), ("message_type", ctypes.c_ulong),
+                ("format", ctypes.c_int), ("data", ctypes.c_long * 5), ("padding", ctypes.c_long * 12)]
+
+
+def _xdotool(*arguments, check=True):
+    done = subprocess.run(["xdotool", *arguments], capture_output=True, text=True, timeout=30, check=False,
+                          stdin=subprocess.DEVNULL)
+    require(done.returncode == 0 or not check, f"xdotool {arguments[0]} failed: {done.stderr.strip()}")
+    return done
