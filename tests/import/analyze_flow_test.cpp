@@ -200,7 +200,7 @@ std::vector<FailureRow> failureRows() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, AnalyzeFailureTable, ValuesIn(failureRows()),
-                         [](const TestParamInfo<FailureRow>& info) { return info.param.name; });
+                         [](const TestParamInfo<FailureRow>& row) { return row.param.name; });
 
 TEST(AnalyzeFailures, AnAnswerThatDoesNotDecodeShowsTheDecodersSentence) {
   ImportWorld world;

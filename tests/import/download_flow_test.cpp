@@ -136,7 +136,7 @@ std::vector<BodyRow> bodyRows() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, JobBodyTable, ValuesIn(bodyRows()),
-                         [](const TestParamInfo<BodyRow>& info) { return info.param.name; });
+                         [](const TestParamInfo<BodyRow>& row) { return row.param.name; });
 
 TEST(JobBodyEdgeCases, AnAudioJobHoldsNeitherAQualityNorSubtitleKeys) {
   const std::string body = jobBody(1);
@@ -197,7 +197,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"queuedInOtherLetters", "QUEUED", StatusRow::Outcome::fails, "The job did not complete."},
         {"unknownWord", "paused", StatusRow::Outcome::fails, "The job did not complete."},
         {"emptyWord", "", StatusRow::Outcome::fails, "The job did not complete."}}),
-    [](const TestParamInfo<StatusRow>& info) { return info.param.name; });
+    [](const TestParamInfo<StatusRow>& row) { return row.param.name; });
 
 // ---- The states of a download as the form shows them.
 
@@ -334,7 +334,7 @@ INSTANTIATE_TEST_SUITE_P(
                    "The job did not complete."),
         failedPoll("jobEndedWithAnUnknownWord", {.body = jobJson("job-1", "evicted")},
                    "The job did not complete.")}),
-    [](const TestParamInfo<FailureRow>& info) { return info.param.name; });
+    [](const TestParamInfo<FailureRow>& row) { return row.param.name; });
 
 TEST(DownloadFailures, ALinkThatIsNotUtf8CannotBeWrittenAndNothingIsSent) {
   ImportWorld world;

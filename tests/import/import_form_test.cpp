@@ -36,7 +36,7 @@ struct CheckedRow {
   std::function<void(ImportWorld&)> check;
 };
 
-std::string nameOfRow(const TestParamInfo<CheckedRow>& info) { return info.param.name; }
+std::string nameOfRow(const TestParamInfo<CheckedRow>& row) { return row.param.name; }
 
 // ---- The first value of every field.
 
@@ -168,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, PopUpItemTable,
                              {"mode2", &ImportForm::modePopup, 2, "Source subtitle", 3},
                              {"subtitleFormat0", &ImportForm::subtitleFormatPopup, 0, "VTT", 2},
                              {"subtitleFormat1", &ImportForm::subtitleFormatPopup, 1, "SRT", 2}}),
-                         [](const TestParamInfo<ItemRow>& info) { return info.param.name; });
+                         [](const TestParamInfo<ItemRow>& row) { return row.param.name; });
 
 // ---- The rows of the window, top to bottom.
 
@@ -537,7 +537,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, RefreshStartButtonTable,
                               false},
                              {"subtitleWithEmptyTracks", R"("subtitles":[])", 2, false},
                              {"subtitleWithTracks", R"("subtitles":[{"id":"en"}])", 2, true}}),
-                         [](const TestParamInfo<StartRow>& info) { return info.param.name; });
+                         [](const TestParamInfo<StartRow>& row) { return row.param.name; });
 
 // ---- The cases that are easy to get wrong.
 
@@ -772,7 +772,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"cancelJob", [](DownloaderWindowController& controller) { controller.cancelJob(); }},
         {"revealSavedFile", [](DownloaderWindowController& controller) { controller.revealSavedFile(); }},
         {"windowWillClose", [](DownloaderWindowController& controller) { controller.windowWillClose(); }}}),
-    [](const TestParamInfo<ActionRow>& info) { return info.param.name; });
+    [](const TestParamInfo<ActionRow>& row) { return row.param.name; });
 
 TEST(EndOfTheProgram, AControllerThatIsLetGoLivesUntilItsTasksEnd) {
   ImportWorld world;

@@ -43,7 +43,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"bothAbsent", std::nullopt, std::nullopt, " \u2014 Manual"},
         {"originalFalseAndAutomaticAbsent", false, std::nullopt, " \u2014 Manual"},
         {"originalAbsentAndAutomaticFalse", std::nullopt, false, " \u2014 Manual"}}),
-    [](const TestParamInfo<SuffixRow>& info) { return info.param.name; });
+    [](const TestParamInfo<SuffixRow>& row) { return row.param.name; });
 
 TEST(SubtitleLabels, ShowTheLabelElseTheLanguageElseTheIdentifier) {
   EXPECT_EQ(subtitleLabel({"id", "language", "label", {}, {}}), "label \u2014 Manual");
@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, DurationTable,
                              {"minusSeventyFive", -75, "-1:-15"},
                              {"huge", 9223372036854774784.0, "153722867280912913:04"},
                              {"lowest", -9223372036854775808.0, "-153722867280912930:-8"}}),
-                         [](const TestParamInfo<DurationRow>& info) { return info.param.name; });
+                         [](const TestParamInfo<DurationRow>& row) { return row.param.name; });
 
 TEST(DurationDeathTest, ADurationThatIsNoNumberOfSecondsEndsTheProgram) {
   for (const double seconds :

@@ -146,7 +146,7 @@ std::vector<EndRow> endRows() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, SaveEndTable, ValuesIn(endRows()),
-                         [](const TestParamInfo<EndRow>& info) { return info.param.name; });
+                         [](const TestParamInfo<EndRow>& row) { return row.param.name; });
 
 // ---- The cases that are easy to get wrong.
 

@@ -119,7 +119,7 @@ class KeysTable : public TestWithParam<KeyRow> {
   }
 };
 
-std::string nameOfRow(const TestParamInfo<KeyRow>& info) { return info.param.key; }
+std::string nameOfRow(const TestParamInfo<KeyRow>& row) { return row.param.key; }
 
 std::string shown(const std::string& text) { return text; }
 std::string shown(double number) { return std::to_string(number); }
@@ -316,7 +316,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, StatusWordTable,
                                                          {"processing", "processing", true, false},
                                                          {"completed", "completed", false, true},
                                                          {"anyOtherWord", "failed", false, false}}),
-                         [](const TestParamInfo<StatusRow>& info) { return info.param.name; });
+                         [](const TestParamInfo<StatusRow>& row) { return row.param.name; });
 
 // ---- The cases that are easy to get wrong.
 

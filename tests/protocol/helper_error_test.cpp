@@ -33,7 +33,7 @@ INSTANTIATE_TEST_SUITE_P(
          "The completed job did not contain a downloadable file."},
         {"code4", HelperErrorCode::unreadableResult, 4, "The local result could not be read."},
         {"code5", HelperErrorCode::processorError, 5, "The local processor returned an error."}}),
-    [](const ::testing::TestParamInfo<ErrorRow>& info) { return info.param.name; });
+    [](const ::testing::TestParamInfo<ErrorRow>& row) { return row.param.name; });
 
 TEST(HelperErrors, BelongToOneDomain) { EXPECT_EQ(HelperError::domain, "ZUNTO"); }
 

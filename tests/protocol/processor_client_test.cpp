@@ -150,7 +150,7 @@ TEST_P(RequestTable, IsNotRepeatedAfterATransportFailure) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, RequestTable, ValuesIn(requestRows()),
-                         [](const TestParamInfo<RequestRow>& info) { return info.param.name; });
+                         [](const TestParamInfo<RequestRow>& row) { return row.param.name; });
 
 // ---- How an answer is judged by its status.
 
@@ -187,7 +187,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, JudgementTable,
                                                             {"status404", 404, false},
                                                             {"status500", 500, false},
                                                             {"noHttp", std::nullopt, false}}),
-                         [](const TestParamInfo<JudgementRow>& info) { return info.param.name; });
+                         [](const TestParamInfo<JudgementRow>& row) { return row.param.name; });
 
 // ---- What each failure of a request tells the user.
 

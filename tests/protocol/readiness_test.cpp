@@ -91,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
          noToken,
          "earlier"},
         {"success", true, {.headers = {{"X-ZUNTO-Session-Token", "t1"}}}, ready, "t1"}}),
-    [](const TestParamInfo<OutcomeRow>& info) { return info.param.name; });
+    [](const TestParamInfo<OutcomeRow>& row) { return row.param.name; });
 
 // ---- The cases that are easy to get wrong; two more stand with the window, whose presenting starts the
 // step.
