@@ -12,6 +12,8 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -278,6 +280,7 @@ void exitWithAChildRunning() {
   const auto child = world.launch(
       world.script("n=0; while [ $n -lt 200 ] && kill -0 $PPID; do sleep 0.1; n=$((n+1)); done"));
   child->terminateAfter(20s);
+  std::filesystem::remove_all(world.folder());  // nobody else does when the program ends here
   std::exit(child->isRunning() ? 0 : 1);
 }
 

@@ -23,7 +23,7 @@ void FakeCommandRunner::answer(int exitStatus, std::string standardOutput) {
 
 void FakeCommandRunner::refuse(std::string reason) {
   answerWith([reason = std::move(reason)](const Run& run) -> CommandResult {
-    throw SystemError("\"" + run.executable.filename().string() + "\" could not be started: " + reason + ".");
+    throw SystemError('"' + run.executable.filename().string() + "\" could not be started: " + reason + ".");
   });
 }
 

@@ -13,8 +13,8 @@ constexpr int maximumLinks = 40;
 
 std::string describe(std::errc error) { return std::make_error_code(error).message(); }
 
-std::string nameOf(const std::filesystem::path& path) {
-  return path.has_filename() ? path.filename().string() : path.parent_path().filename().string();
+std::string quotedName(const std::filesystem::path& path) {
+  return '"' + (path.has_filename() ? path : path.parent_path()).filename().string() + '"';
 }
 
 SystemError failure(const std::string& subject, const std::string& reason) {
@@ -34,12 +34,13 @@ void FakeOpenFile::write(std::string_view bytes) {
   position += bytes.size();
 }
 
-FakeOutputFile::FakeOutputFile(std::string name, int descriptor, std::shared_ptr<FakeOpenFile> openFile)
-    : name_(std::move(name)), descriptor_(descriptor), openFile_(std::move(openFile)) {}
+FakeOutputFile::FakeOutputFile(std::string quotedFileName, int descriptor,
+                               std::shared_ptr<FakeOpenFile> openFile)
+    : quotedName_(std::move(quotedFileName)), descriptor_(descriptor), openFile_(std::move(openFile)) {}
 
 void FakeOutputFile::seekToEnd() {
   if (!openFile_) {
-    throw failure("The end of the file \"" + name_ + "\" could not be found",
+    throw failure("The end of the file " + quotedName_ + " could not be found",
                   describe(std::errc::bad_file_descriptor));
   }
   openFile_->position = openFile_->file->contents.size();
@@ -48,7 +49,7 @@ void FakeOutputFile::seekToEnd() {
 void FakeOutputFile::close() {
   if (!std::exchange(openFile_, nullptr)) return;
   descriptor_ = -1;
-  if (closeFailure_) throw failure("The file \"" + name_ + "\" could not be closed", *closeFailure_);
+  if (closeFailure_) throw failure("The file " + quotedName_ + " could not be closed", *closeFailure_);
 }
 
 bool FakeFileSystem::exists(const std::filesystem::path& path) const {
@@ -77,7 +78,7 @@ std::optional<std::string> FakeFileSystem::contents(const std::filesystem::path&
 }
 
 void FakeFileSystem::createFolder(const std::filesystem::path& path) {
-  const std::string subject = "The folder \"" + nameOf(path) + "\" could not be made";
+  const std::string subject = "The folder " + quotedName(path) + " could not be made";
   std::filesystem::path prefix;
   for (const std::filesystem::path& component : path) {
     prefix /= component;
@@ -99,7 +100,7 @@ bool FakeFileSystem::createFile(const std::filesystem::path& path) {
 }
 
 void FakeFileSystem::removeItem(const std::filesystem::path& path) {
-  const std::string subject = "\"" + nameOf(path) + "\" could not be removed";
+  const std::string subject = quotedName(path) + " could not be removed";
   const Place place = find(path, LastLink::kept);
   if (place.error != std::errc{}) throw failure(subject, describe(place.error));
   if (const auto reason = refusalAt(place.path)) throw failure(subject, *reason);
@@ -108,13 +109,13 @@ void FakeFileSystem::removeItem(const std::filesystem::path& path) {
 }
 
 std::unique_ptr<OutputFile> FakeFileSystem::openForWriting(const std::filesystem::path& path) {
-  const std::string subject = "The file \"" + nameOf(path) + "\" could not be opened";
+  const std::string subject = "The file " + quotedName(path) + " could not be opened";
   const Place place = find(path, LastLink::followed);
   if (place.error != std::errc{}) throw failure(subject, describe(place.error));
   if (isFolder(place.path)) throw failure(subject, describe(std::errc::is_a_directory));
   if (const auto reason = refusalAt(place.path)) throw failure(subject, *reason);
   auto openFile = std::make_shared<FakeOpenFile>(FakeOpenFile{fileData(place.path), 0});
-  return std::make_unique<FakeOutputFile>(nameOf(path), nextDescriptor_++, std::move(openFile));
+  return std::make_unique<FakeOutputFile>(quotedName(path), nextDescriptor_++, std::move(openFile));
 }
 
 void FakeFileSystem::addFolder(const std::filesystem::path& path) {

@@ -37,7 +37,7 @@ struct FakeOpenFile {
 /// The test's side of an opened file.
 class FakeOutputFile final : public OutputFile {
  public:
-  FakeOutputFile(std::string name, int descriptor, std::shared_ptr<FakeOpenFile> openFile);
+  FakeOutputFile(std::string quotedName, int descriptor, std::shared_ptr<FakeOpenFile> openFile);
 
   void seekToEnd() override;
   void close() override;
@@ -50,7 +50,7 @@ class FakeOutputFile final : public OutputFile {
   [[nodiscard]] std::shared_ptr<FakeOpenFile> openFile() const { return openFile_; }
 
  private:
-  std::string name_;
+  std::string quotedName_;
   int descriptor_;
   std::shared_ptr<FakeOpenFile> openFile_;
   std::optional<std::string> closeFailure_;

@@ -8,14 +8,15 @@
 namespace zunto::testing {
 namespace {
 
+std::string quotedName(const std::filesystem::path& path) { return '"' + path.filename().string() + '"'; }
+
 SystemError launchFailure(const ChildSpec& spec, const std::string& reason) {
-  return SystemError("\"" + spec.executable.filename().string() + "\" could not be started: " + reason + ".");
+  return SystemError(quotedName(spec.executable) + " could not be started: " + reason + ".");
 }
 
 SystemError workingFolderFailure(const ChildSpec& spec, std::errc error) {
-  return SystemError("\"" + spec.executable.filename().string() + "\" could not be started in the folder \"" +
-                     spec.workingFolder.filename().string() + "\": " + std::make_error_code(error).message() +
-                     ".");
+  return SystemError(quotedName(spec.executable) + " could not be started in the folder " +
+                     quotedName(spec.workingFolder) + ": " + std::make_error_code(error).message() + ".");
 }
 
 }  // namespace
