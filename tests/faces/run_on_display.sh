@@ -22,6 +22,12 @@ read -r number <"$world/display"
 
 mkdir -p "$world/home" "$world/runtime" "$world/tmp"
 chmod 700 "$world/runtime"
+# GNUstep asks the account for its home, not the environment.
+if [ -r /etc/GNUstep/GNUstep.conf ]; then
+  sed "s|^GNUSTEP_USER_\(.*\)=\(.*\)|GNUSTEP_USER_\1=$world/home/\2|" /etc/GNUstep/GNUstep.conf >"$world/gnustep.conf"
+  export GNUSTEP_CONFIG_FILE="$world/gnustep.conf"
+fi
+
 status=0
 env -u DBUS_SESSION_BUS_ADDRESS -u WAYLAND_DISPLAY -u LANGUAGE \
   DISPLAY=":$number" HOME="$world/home" XDG_RUNTIME_DIR="$world/runtime" TMPDIR="$world/tmp" LC_ALL=C.UTF-8 \

@@ -2,6 +2,7 @@
 #import "compat.h"
 #import "internal.h"
 
+#include <cstdlib>
 #include <map>
 #include <utility>
 
@@ -153,7 +154,8 @@ void clearPasteboard() { [[NSPasteboard generalPasteboard] declareTypes:@[] owne
 @implementation NSFileManager (ZUNTOCompat)
 
 - (NSURL*)homeDirectoryForCurrentUser {
-  return [NSURL fileURLWithPath:NSHomeDirectory() isDirectory:YES];
+  // Of the environment, which a test can change; NSHomeDirectory() asks the account.
+  return [NSURL fileURLWithPath:[NSString stringWithUTF8String:std::getenv("HOME")] isDirectory:YES];
 }
 
 - (NSURL*)temporaryDirectory {

@@ -1,0 +1,25 @@
+#!/bin/sh
+# Runs the macOS program in a bundle of its own, with a network of its own: its port is fixed.
+#   run_program.sh PROGRAM SCRIPTED_PROCESSOR [ARGUMENT ...]
+set -eu
+program=$1
+processor=$2
+shift 2
+
+bundle="$HOME/ZUNTO Helper.app"
+mkdir -p "$bundle/Resources/runtime/bin" "$bundle/Resources/processor/src"
+cp "$program" "$bundle/ZUNTO Helper"
+cp "$processor" "$bundle/Resources/processor/src/index.mjs"
+ln -s "$(command -v node)" "$bundle/Resources/runtime/bin/node"
+for tool in yt-dlp ffmpeg ffprobe; do ln -s /bin/true "$bundle/Resources/runtime/bin/$tool"; done
+
+"$bundle/ZUNTO Helper" "$@"
+
+log="$HOME/Library/Logs/ZUNTO Helper/helper.log"
+grep -q listening "$log" || { echo "FAILED: the processor's output is not in $log"; exit 1; }
+for attempt in 1 2 3 4 5 6 7 8 9 10; do
+  [ "$(grep -c interrupted "$log")" = 2 ] && exit 0
+  sleep 0.2
+done
+echo "FAILED: the processors were not interrupted at the stop and at the end"
+exit 1
