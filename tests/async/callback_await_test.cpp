@@ -82,6 +82,18 @@ TEST_F(CallbackAwaitTest, EndsInTheTurnInWhichTheBackendCallsBack) {
   EXPECT_EQ(journal, (Journal{"started", "handle dropped", "got 7"}));
 }
 
+TEST_F(CallbackAwaitTest, DropsItsHandleWhenItEndsEvenWhileTheAwaitableItselfLivesOn) {
+  executor->spawn([](Backend& world) -> Task<void> {
+    auto waiting =
+        awaitCallback<int>([&world](Completion<int> done) { return world.start(std::move(done)); });
+    const int value = co_await waiting;
+    world.journal.emplace_back("got " + std::to_string(value));
+  }(backend));
+  clock.runTurns();
+  backend.callbacks.at(0)(7);
+  EXPECT_EQ(journal, (Journal{"started", "handle dropped", "got 7"}));
+}
+
 TEST_F(CallbackAwaitTest, ACallbackInsideTheStartEndsTheAwaitOnALaterTurn) {
   executor->spawn([](Journal& entries) -> Task<void> {
     const int value = co_await awaitCallback<int>([&entries](Completion<int> done) {
