@@ -17,9 +17,11 @@ for tool in yt-dlp ffmpeg ffprobe; do ln -s /bin/true "$bundle/Resources/runtime
 
 log="$HOME/Library/Logs/ZUNTO Helper/helper.log"
 grep -q listening "$log" || { echo "FAILED: the processor's output is not in $log"; exit 1; }
-for attempt in 1 2 3 4 5 6 7 8 9 10; do
+tries=0
+while [ "$tries" -lt 20 ]; do
   [ "$(grep -c interrupted "$log")" = 2 ] && exit 0
-  sleep 0.2
+  tries=$((tries + 1))
+  sleep 0.1
 done
 echo "FAILED: the processors were not interrupted at the stop and at the end"
 exit 1
