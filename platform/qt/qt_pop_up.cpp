@@ -41,10 +41,13 @@ class PopUpAccessible final : public QAccessibleWidget {
     return QAccessibleWidget::text(kind);
   }
 
-  [[nodiscard]] QStringList actionNames() const override { return {showMenuAction(), pressAction()}; }
+  [[nodiscard]] QStringList actionNames() const override {
+    return QStringList{showMenuAction(), pressAction()} + QAccessibleWidget::actionNames();
+  }
   void doAction(const QString& name) override {
-    if (name != showMenuAction() && name != pressAction()) return;
-    if (popUp().view()->isVisible()) {
+    if (name != showMenuAction() && name != pressAction()) {
+      QAccessibleWidget::doAction(name);  // such as giving it the keyboard
+    } else if (popUp().view()->isVisible()) {
       popUp().hidePopup();
     } else {
       popUp().showPopup();
