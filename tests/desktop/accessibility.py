@@ -83,8 +83,11 @@ class Node:
         _asked(Atspi.EditableText.set_text_contents, self._native, text)
 
     @property
-    def value(self):
-        return _asked(Atspi.Value.get_current_value, self._native)
+    def percent(self):
+        """Where a value stands between its ends, from 0 to 100."""
+        low = _asked(Atspi.Value.get_minimum_value, self._native)
+        high = _asked(Atspi.Value.get_maximum_value, self._native)
+        return 100 * (_asked(Atspi.Value.get_current_value, self._native) - low) / (high - low)
 
     @property
     def actions(self):

@@ -30,6 +30,11 @@ def windows_called(title):
     return [int(line) for line in done.stdout.split()]
 
 
+def give_keyboard(number):
+    """What a window manager does when a window comes to the front, or the one before it goes away."""
+    _xdotool("windowfocus", "--sync", str(number))
+
+
 def take_picture(path):
     """Writes the whole screen to `path` as PNG; false when that fails."""
     time.sleep(0.2)  # the last paint may still be on its way to the screen

@@ -2,7 +2,6 @@
 
 import contextlib
 import signal
-import sys
 import time
 import traceback
 from dataclasses import dataclass, field
@@ -87,8 +86,11 @@ def _limited(seconds):
         signal.signal(signal.SIGALRM, earlier)
 
 
-def run_steps(steps, subject, take_picture, results):
-    """Runs the steps in order and prints one line for each. `take_picture(name)` answers a path or None."""
+def run_steps(steps, subject, results):
+    """Runs the steps in order and prints one line for each.
+
+    `subject.take_picture(name)` answers a path or None; `subject.recover()` follows a step that failed.
+    """
     for step in steps:
         if results.broken_by:
             results.failed += 1
@@ -109,8 +111,10 @@ def run_steps(steps, subject, take_picture, results):
         for line in lines or []:
             _say(f"       {line}")
         if step.picture:
-            path = take_picture(step.picture)
+            path = subject.take_picture(step.picture)
             _say(f"       screenshot {path}" if path else "       no screenshot could be taken")
+        if why is not None:
+            subject.recover()
 
 
 def _outcome(step, subject):
@@ -120,8 +124,8 @@ def _outcome(step, subject):
     except (Failure, LookupError, StepTookTooLong) as reason:
         return str(reason), None
     except Exception as error:  # a step that breaks is a step that failed, and the run goes on
-        traceback.print_exc(file=sys.stdout)
-        return f"{type(error).__name__}: {error}", None
+        place = traceback.extract_tb(error.__traceback__)[-1]
+        return f"{type(error).__name__} at {place.filename}:{place.lineno}: {error}", None
 
 
 def _say(line):
