@@ -30,6 +30,7 @@ _use_an_interpreter_with_accessibility()
 
 import network  # noqa: E402
 import sample_media  # noqa: E402
+import screen  # noqa: E402
 from media_server import MediaServer  # noqa: E402
 from private_world import PrivateWorld  # noqa: E402
 from steps import Failure, Results, run_steps  # noqa: E402
@@ -44,16 +45,20 @@ class Run:
         self.server = server
         self.saved = _empty_folder(output / "saved")
         self._screenshots = _empty_folder(output / "screenshots")
+        self.evidence = _empty_folder(output / "evidence")
         self._pictures = 0
+        self._new_pictures = []
         self.helper = None
 
     def take_picture(self, name):
-        """Numbered in the order they are taken; answers the path, or None."""
-        import screen
-
+        """Of the whole screen; they are numbered in the order they are taken."""
         self._pictures += 1
         path = self._screenshots / f"{self._pictures:02}-{name}.png"
-        return path if screen.take_picture(path) else None
+        self._new_pictures.append(path if screen.take_picture(path) else f"of {name} could not be taken")
+
+    def new_pictures(self):
+        taken, self._new_pictures = self._new_pictures, []
+        return taken
 
     def recover(self):
         """Clears the way for the next step."""
@@ -95,11 +100,12 @@ def _drive(run, results):
     from download_checks import analysis_steps, save_steps, trouble_steps
     from form_checks import form_steps
     from helper_program import HelperProgram
-    from lifecycle_checks import lifecycle_steps
+    from lifecycle_checks import fault_steps, lifecycle_steps
 
     run.helper = HelperProgram(run.executable, run.world)
     try:
-        steps = [*form_steps(), *analysis_steps(), *save_steps(), *trouble_steps(), *lifecycle_steps()]
+        steps = [*form_steps(), *analysis_steps(), *save_steps(), *trouble_steps(), *lifecycle_steps(),
+                 *fault_steps()]
         run_steps(steps, run, results)
     finally:
         run.helper.stop()
@@ -112,8 +118,8 @@ def _keep_evidence(run):
     log = run.world.home / "Library/Logs/ZUNTO Helper/helper.log"
     for file in [log, *run.world.folder.glob("*.log")]:
         if file.is_file():
-            shutil.copy(file, run.saved.parent)
-            _say(f"kept {run.saved.parent / file.name}")
+            shutil.copy(file, run.evidence)
+            _say(f"kept {run.evidence / file.name}")
 
 
 def _parse_options():

@@ -173,6 +173,20 @@ class HelperProgram:
         require_equal(len(fields), 1, "the number of fields in the save panel")
         return fields[0]
 
+    # The supervisor's alert.
+
+    def alert_texts(self):
+        return [label.name for label in find_all(self._alert(), "label") if label.name]
+
+    def alert_buttons(self):
+        return [button.name for button in find_all(self._alert(), "push button")]
+
+    def answer_alert(self, button):
+        find(self._alert(), "push button", button).act("Press")
+
+    def _alert(self):
+        return find(self.application(), "alert")
+
     # The status menu, which stands in the window where no tray shows it.
 
     def status_menu_title(self):
@@ -194,7 +208,9 @@ class HelperProgram:
         (item,) = [entry for entry in self._status_entries() if entry.name == title] or [None]
         require(item, f'the menu has no "{title}"')
         require(item.is_enabled, f'"{title}" is disabled')
-        item.act("Press")
+        left, top, right, bottom = item.extents
+        screen.click((left + right) // 2, (top + bottom) // 2)
+        screen.move_pointer_away()
         wait_until(lambda: not self._status_entries()[0].is_showing, "the menu being closed", 10)
 
     def _status_menu(self):

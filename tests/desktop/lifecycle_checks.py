@@ -1,7 +1,10 @@
 """The helper beyond its form: a second start, its status menu, its processor's life, its end and its log."""
 
+import http.server
 import os
+import shutil
 import signal
+import threading
 import time
 import urllib.request
 from urllib.parse import quote
@@ -31,9 +34,78 @@ def lifecycle_steps():
         Step("The log names what the processor did and never the session token", _log),
         Step("SIGTERM ends the helper with status 0, and nothing of it is left soon after", _sigterm, 30),
         Step("A helper that is killed leaves no processor behind", _killed_helper, 90),
-        Step("An analysis that runs while the helper is killed leaves nothing behind either", _killed_at_work, 120,
-             "killed-at-work"),
+        Step("An analysis that runs while the helper is killed leaves nothing behind either", _killed_at_work, 120),
     ]
+
+
+def fault_steps():
+    return [
+        Step("A missing component is named in an alert, and the window says that the helper could not start",
+             _missing_component, 60),
+        Step("A processor of another program on the port is used, shown as such and left alone", _foreign_processor,
+             60),
+    ]
+
+
+def _missing_component(run):
+    run.helper.stop()
+    run.helper = helper = HelperProgram(_without_component(run, "ffprobe"), run.world)
+    texts = wait_until(helper.alert_texts, "an alert", 30)
+    require_equal(texts, ["ZUNTO Helper is incomplete",
+                          "A required bundled component is missing: ffprobe. Download a fresh copy of the app."],
+                  "the alert's text")
+    run.take_picture("missing-component")
+    require_equal(helper.alert_buttons(), ["OK", "Show Log"], "the alert's buttons")
+    helper.answer_alert("OK")
+    helper.wait_for_status("ZUNTO Helper could not start. Use the menu bar log for details.", 20)
+    require(not helper.family(), "a processor was started")
+
+
+def _without_component(run, missing):
+    """A copy of the program whose resources lack one tool."""
+    folder = run.world.folder / "incomplete"
+    tools = folder / "resources/runtime/bin"
+    tools.mkdir(parents=True)
+    original = run.executable.parent / "resources"
+    for tool in ("node", "yt-dlp", "ffmpeg", "ffprobe"):
+        if tool != missing:
+            (tools / tool).symlink_to((original / "runtime/bin" / tool).resolve())
+    (folder / "resources/processor").symlink_to((original / "processor").resolve())
+    return shutil.copy(run.executable, folder)
+
+
+class _Stranger(http.server.BaseHTTPRequestHandler):
+    """Answers as a processor that somebody else has started."""
+
+    def do_GET(self):
+        body = b'{"status":"ok"}'
+        self.send_response(200)
+        self.send_header("X-ZUNTO-Session-Token", "of-another-program")
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+
+    def log_message(self, *_):
+        pass
+
+
+def _foreign_processor(run):
+    run.helper.stop()
+    with http.server.ThreadingHTTPServer(("127.0.0.1", HELPER_PORT), _Stranger) as server:
+        thread = threading.Thread(target=server.serve_forever, args=(0.1,), daemon=True)
+        thread.start()
+        try:
+            helper = _start(run)
+            helper.wait_for_status(READY, 30)
+            wait_until(lambda: _shows(helper, READY_LINE, "Helper managed by another process", "Z/UNTO ●"),
+                       "the menu showing whose processor it is", 15)
+            require(("Helper managed by another process", False) in helper.status_items(), "it could be stopped")
+            require(not helper.family(), "a second processor was started")
+            run.take_picture("foreign-processor")
+        finally:
+            server.shutdown()
+            thread.join()
+    wait_until(lambda: _shows(helper, STOPPED_LINE, "Start Helper", "Z/UNTO"), "the menu showing its end", 20)
 
 
 def _second_start_with_link(run):
@@ -156,6 +228,7 @@ def _killed_at_work(run):
     helper.press("Analyze")
     wait_until(lambda: [line for line in helper.family().values() if "--dump-single-json" in line],
                "yt-dlp being at work", 30)
+    run.take_picture("killed-at-work")
     _kill(run, helper)
 
 

@@ -89,7 +89,8 @@ def _limited(seconds):
 def run_steps(steps, subject, results):
     """Runs the steps in order and prints one line for each.
 
-    `subject.take_picture(name)` answers a path or None; `subject.recover()` follows a step that failed.
+    `subject.take_picture(name)` may also be called by the steps; `subject.new_pictures()` answers what came of it
+    since the last call. `subject.recover()` follows a step that failed.
     """
     for step in steps:
         if results.broken_by:
@@ -111,8 +112,9 @@ def run_steps(steps, subject, results):
         for line in lines or []:
             _say(f"       {line}")
         if step.picture:
-            path = subject.take_picture(step.picture)
-            _say(f"       screenshot {path}" if path else "       no screenshot could be taken")
+            subject.take_picture(step.picture)
+        for path in subject.new_pictures():
+            _say(f"       screenshot {path}")
         if why is not None:
             subject.recover()
 
