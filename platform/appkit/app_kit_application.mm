@@ -46,6 +46,7 @@ NS_ASSUME_NONNULL_END
 
 // Nothing of the windows is archived; without this answer the system warns about insecure archives.
 - (BOOL)applicationSupportsSecureRestorableState:(NSApplication*)application {
+  _mainThread.check("applicationSupportsSecureRestorableState:");
   return YES;
 }
 

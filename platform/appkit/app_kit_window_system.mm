@@ -13,7 +13,10 @@ NS_ASSUME_NONNULL_BEGIN
 
 /// A window that knows the usual editing and window commands by their keys. Elsewhere these come from the
 /// main menu, and the program has none.
-@interface ZUNTOWindow : NSWindow
+@interface ZUNTOWindow : NSWindow {
+ @private
+  zunto::MainThread _mainThread;
+}
 - (BOOL)performKeyEquivalent:(NSEvent*)event;
 @end
 
@@ -50,6 +53,7 @@ SEL commandForKey(NSString* key, bool withShift) {
 @implementation ZUNTOWindow
 
 - (BOOL)performKeyEquivalent:(NSEvent*)event {
+  _mainThread.check("performKeyEquivalent:");
   if ([super performKeyEquivalent:event]) return YES;
   constexpr NSEventModifierFlags relevant = NSEventModifierFlagCommand | NSEventModifierFlagShift |
                                             NSEventModifierFlagOption | NSEventModifierFlagControl;

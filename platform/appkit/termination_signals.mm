@@ -97,7 +97,9 @@ class TerminationSignals::Impl {
     action.sa_handler = noteSignal;
     action.sa_flags = SA_RESTART;
     for (std::size_t i = 0; i < terminationSignals.size(); ++i) {
-      ::sigaction(terminationSignals[i], &action, &earlier_[i]);
+      ::sigaction(terminationSignals[i], nullptr, &earlier_[i]);
+      const bool isIgnored = earlier_[i].sa_handler == SIG_IGN;  // as under nohup, and so it stays
+      if (!isIgnored) ::sigaction(terminationSignals[i], &action, nullptr);
     }
   }
   Impl(const Impl&) = delete;

@@ -13,7 +13,11 @@ cp "$processor" "$bundle/Resources/processor/src/index.mjs"
 ln -s "$(command -v node)" "$bundle/Resources/runtime/bin/node"
 for tool in yt-dlp ffmpeg ffprobe; do ln -s /bin/true "$bundle/Resources/runtime/bin/$tool"; done
 
-"$bundle/ZUNTO Helper" "$@"
+status=0
+"$bundle/ZUNTO Helper" "$@" >"$HOME/steps" || status=$?
+cat "$HOME/steps"
+[ "$status" = 0 ] || { echo "FAILED: the program ended with status $status"; exit 1; }
+grep -q "^AppKit program: " "$HOME/steps" || { echo "FAILED: the program ended before the robot was done"; exit 1; }
 
 log="$HOME/Library/Logs/ZUNTO Helper/helper.log"
 grep -q listening "$log" || { echo "FAILED: the processor's output is not in $log"; exit 1; }
