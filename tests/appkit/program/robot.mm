@@ -93,7 +93,13 @@ std::vector<Step> launchSteps() {
   };
 }
 
-std::vector<Step> mediaSteps(const std::filesystem::path& saved) {
+bool savePanelStands() {
+  return [[NSApp modalWindow] isKindOfClass:[NSSavePanel class]] &&
+         utf8([static_cast<NSSavePanel*>([NSApp modalWindow]) nameFieldStringValue]) == "A Film.mp4";
+}
+
+/// Up to the job that is under way.
+std::vector<Step> downloadSteps() {
   return {
       {"a link is typed and analysed", [] { return [findButton(window(), "Analyze") isEnabled] == YES; },
        [] {
@@ -106,11 +112,12 @@ std::vector<Step> mediaSteps(const std::filesystem::path& saved) {
          click("Download…");
        }},
       {"the job's stage is shown", [] { return shows("Fetching"); }, [] {}},
-      {"the panel comes up with the processor's name",
-       [] {
-         return [[NSApp modalWindow] isKindOfClass:[NSSavePanel class]] &&
-                utf8([static_cast<NSSavePanel*>([NSApp modalWindow]) nameFieldStringValue]) == "A Film.mp4";
-       },
+  };
+}
+
+std::vector<Step> saveSteps(const std::filesystem::path& saved) {
+  return {
+      {"the panel comes up with the processor's name", savePanelStands,
        [saved] {
          NSSavePanel* panel = static_cast<NSSavePanel*>([NSApp modalWindow]);
          [panel setDirectory:[NSString stringWithUTF8String:saved.parent_path().c_str()]];
@@ -131,7 +138,7 @@ std::vector<Step> mediaSteps(const std::filesystem::path& saved) {
   };
 }
 
-std::vector<Step> endSteps() {
+std::vector<Step> stopSteps() {
   return {
       {"the helper is stopped from the menu", [] { return menuTitle(4) == "Stop Helper"; },
        [] { chooseInMenu(@"Stop Helper"); }},
@@ -167,8 +174,9 @@ std::vector<Step> endSteps() {
     ::_exit(1);
   }
   std::printf("ok %s\n", step.name.c_str());
-  std::fflush(stdout);
   ++_done;
+  if (_done == _steps.size()) std::printf("AppKit program: %zu steps\n", _done);
+  std::fflush(stdout);
   [_since release];
   _since = [[NSDate date] retain];
   step.act();
@@ -176,25 +184,41 @@ std::vector<Step> endSteps() {
 
 @end
 
+namespace {
+
+/// From launch to the quit command, through everything that a user does.
+std::vector<Step> wholeDay() {
+  std::vector<Step> day;
+  for (const auto& part : {launchSteps(), downloadSteps(), saveSteps(home() / "A Film.mp4"), stopSteps()}) {
+    day.insert(day.end(), part.begin(), part.end());
+  }
+  day.push_back(
+      {"the program is asked to quit", [] { return true; }, [] { chooseInMenu(@"Quit ZUNTO Helper"); }});
+  return day;
+}
+
+/// The system ends the program while a task waits for the save panel.
+std::vector<Step> endUnderAPanel() {
+  std::vector<Step> day = {{"the processor is launched and answers", isReady, [] {}}};
+  const std::vector<Step> download = downloadSteps();
+  day.insert(day.end(), download.begin(), download.end());
+  day.push_back(
+      {"the system ends the program while the panel stands", savePanelStands, [] { ::raise(SIGTERM); }});
+  return day;
+}
+
+}  // namespace
+
 extern "C" int realMain(int argc, char** argv) __asm__("__real_main");
 extern "C" int wrappedMain(int argc, char** argv) __asm__("__wrap_main");
 
 int wrappedMain(int argc, char** argv) {
   installCompatibility();
   @autoreleasepool {
+    const char* day = std::getenv("ZUNTO_ROBOT_DAY");
     ZUNTORobot* robot = [[ZUNTORobot alloc] init];
     robot->_since = [[NSDate date] retain];
-    const std::filesystem::path saved = home() / "A Film.mp4";
-    for (const auto& part : {launchSteps(), mediaSteps(saved), endSteps()}) {
-      robot->_steps.insert(robot->_steps.end(), part.begin(), part.end());
-    }
-    const std::size_t count = robot->_steps.size() + 1;
-    robot->_steps.push_back({"the program is asked to quit", [] { return true; },
-                             [count] {
-                               std::printf("AppKit program: %zu steps\n", count);
-                               std::fflush(stdout);
-                               chooseInMenu(@"Quit ZUNTO Helper");
-                             }});
+    robot->_steps = day != nullptr && std::string(day) == "end-under-a-panel" ? endUnderAPanel() : wholeDay();
     NSTimer* timer = [NSTimer timerWithTimeInterval:0.02
                                              target:robot
                                            selector:@selector(look:)

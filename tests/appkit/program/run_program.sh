@@ -1,10 +1,14 @@
 #!/bin/sh
 # Runs the macOS program in a bundle of its own, with a network of its own: its port is fixed.
-#   run_program.sh PROGRAM SCRIPTED_PROCESSOR [ARGUMENT ...]
+#   run_program.sh PROGRAM SCRIPTED_PROCESSOR DAY PROCESSORS [ARGUMENT ...]
+#     DAY         what the robot does (see robot.mm)
+#     PROCESSORS  how many processors the helper starts on it, all of which it must interrupt
 set -eu
 program=$1
 processor=$2
-shift 2
+export ZUNTO_ROBOT_DAY="$3"
+processors=$4
+shift 4
 
 bundle="$HOME/ZUNTO Helper.app"
 mkdir -p "$bundle/Resources/runtime/bin" "$bundle/Resources/processor/src"
@@ -23,9 +27,9 @@ log="$HOME/Library/Logs/ZUNTO Helper/helper.log"
 grep -q listening "$log" || { echo "FAILED: the processor's output is not in $log"; exit 1; }
 tries=0
 while [ "$tries" -lt 20 ]; do
-  [ "$(grep -c interrupted "$log")" = 2 ] && exit 0
+  [ "$(grep -c interrupted "$log")" = "$processors" ] && exit 0
   tries=$((tries + 1))
   sleep 0.1
 done
-echo "FAILED: the processors were not interrupted at the stop and at the end"
+echo "FAILED: not every processor was interrupted"
 exit 1
