@@ -157,7 +157,7 @@ Task<void> keepingAlive(std::shared_ptr<Owner> owner, Task<void> task) {
   // Compilers differ on which parameter of a destroyed coroutine goes first; of its locals the last does.
   const std::shared_ptr<Owner> kept = std::move(owner);
   const Task<void> body = std::move(task);
-  co_await body;
+  co_await body;  // NOLINT(bugprone-use-after-move): the linter sees the parameters of the frame moved
 }
 
 }  // namespace zunto

@@ -15,7 +15,7 @@ demo_packages=(
 
 # What builds and runs the tests besides.
 test_packages=(
-  clang clang-format libclang-rt-14-dev libgtest-dev libgmock-dev git
+  clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libgmock-dev git
   libgnustep-gui-dev gnustep-back0.29-cairo libobjc-12-dev libblocksruntime-dev xfonts-base libplist-utils
 )
 

@@ -39,7 +39,7 @@ Pipe makePipe() {
 /// Everything up to the end of the stream, of which the first `kept` bytes are answered.
 std::string drain(const Descriptor& stream, std::size_t kept) {
   std::string output;
-  std::array<char, 16 * 1024> buffer{};
+  std::array<char, std::size_t{16} * 1024> buffer{};
   for (;;) {
     const ssize_t count = ::read(stream.number(), buffer.data(), buffer.size());
     if (count == -1 && errno == EINTR) continue;

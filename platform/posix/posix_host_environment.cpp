@@ -16,7 +16,7 @@
 
 #include "platform/posix/system_failure.h"
 
-extern char** environ;
+extern char** environ;  // NOLINT(readability-redundant-declaration): macOS declares it nowhere
 
 namespace zunto {
 namespace {
@@ -90,7 +90,7 @@ std::optional<std::filesystem::path> findResourcesFolder(const std::filesystem::
 
 std::filesystem::path findHomeFolder(const std::map<std::string, std::string>& environment) {
   if (auto home = folderFromVariable(environment, "HOME")) return *home;
-  const passwd* account = ::getpwuid(::getuid());
+  const passwd* account = ::getpwuid(::getuid());  // NOLINT(concurrency-mt-unsafe): main thread only
   if (!account || !account->pw_dir || *account->pw_dir == '\0') return "/";
   return tidied(account->pw_dir);
 }

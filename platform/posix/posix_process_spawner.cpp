@@ -110,7 +110,11 @@ class PosixChildProcess final : public ChildProcess {
 std::vector<std::string> environmentList(const std::map<std::string, std::string>& environment) {
   std::vector<std::string> list;
   list.reserve(environment.size());
-  for (const auto& [name, value] : environment) list.push_back(name + "=" + value);
+  for (const auto& [name, value] : environment) {
+    std::string& entry = list.emplace_back(name);
+    entry += '=';
+    entry += value;
+  }
   return list;
 }
 

@@ -13,7 +13,7 @@
 
 #include "platform/posix/system_failure.h"
 
-extern char** environ;
+extern char** environ;  // NOLINT(readability-redundant-declaration): macOS declares it nowhere
 
 namespace zunto {
 namespace {
@@ -68,8 +68,7 @@ class FileActions {
 /// Default dispositions for every signal, an empty mask.
 class SpawnAttributes {
  public:
-  SpawnAttributes() {
-    error_ = posix_spawnattr_init(&attributes_);
+  SpawnAttributes() : error_(posix_spawnattr_init(&attributes_)) {
     if (error_ != 0) return;
     sigset_t signals;
     sigfillset(&signals);

@@ -7,7 +7,6 @@
 #include <QEvent>
 #include <QIcon>
 #include <QSocketNotifier>
-#include <QTimer>
 #include <QWidget>
 #include <array>
 #include <atomic>
@@ -169,7 +168,8 @@ void QtApplication::setActivationPolicy(ActivationPolicy) {
 
 void QtApplication::run() {
   if (terminated_) return;
-  QTimer::singleShot(0, native_.get(), [this] { finishLaunching(); });
+  QMetaObject::invokeMethod(
+      native_.get(), [this] { finishLaunching(); }, Qt::QueuedConnection);
   QCoreApplication::exec();
   endDelegate();
 }

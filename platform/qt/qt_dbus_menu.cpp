@@ -224,7 +224,7 @@ bool QtDBusMenu::answer(const QDBusMessage& call, const QDBusConnection& bus) {
   } else if (request == QLatin1String("Event isvu")) {
     // Answered first: what the user chose may end the program.
     bus.send(call.createReply());
-    happened(arguments[0].toInt(), arguments[1].toString());
+    static_cast<void>(happened(arguments[0].toInt(), arguments[1].toString()));
     return true;
   } else if (request == QLatin1String("EventGroup a(isvu)")) {
     reply = happenedToGroup(arguments);

@@ -27,7 +27,7 @@ class QtDBusMenu {
   [[nodiscard]] QVariantList layout(const QVariantList& arguments) const;
   [[nodiscard]] QVariantList groupProperties(const QVariantList& arguments) const;
   /// Whether there is an item to which the event happened.
-  bool happened(int identifier, const QString& event) const;
+  [[nodiscard]] bool happened(int identifier, const QString& event) const;
   [[nodiscard]] QVariantList happenedToGroup(const QVariantList& arguments) const;
 
   std::shared_ptr<const Menu> menu_;

@@ -57,7 +57,7 @@ void QtWorkspace::reveal(const std::filesystem::path& location) {
                      finished->deleteLater();
                      if (finished->isError()) openFolder();
                    });
-  watcher.release();  // its parent owns it
+  static_cast<void>(watcher.release());  // its parent owns it
 }
 
 }  // namespace zunto

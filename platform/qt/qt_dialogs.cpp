@@ -71,7 +71,7 @@ class QtDialogs::OpenDialogs {
   void add(QDialog& dialog) { dialogs_.emplace_back(&dialog); }
 
   void remove(QDialog& dialog) {
-    dialogs_.remove_if([&dialog](const QPointer<QDialog>& each) { return !each || each == &dialog; });
+    dialogs_.remove_if([&dialog](const QPointer<QDialog>& each) { return each.isNull() || each == &dialog; });
     dialog.deleteLater();
   }
 

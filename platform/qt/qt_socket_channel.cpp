@@ -25,7 +25,7 @@ constexpr std::chrono::milliseconds pauseBetweenAttempts(50);
 constexpr char accepted = '+';
 
 /// Far more than any link; a longer request is not one of ours.
-constexpr qsizetype longestRequest = 16 * 1024 * 1024;
+constexpr qsizetype longestRequest = qsizetype{16} * 1024 * 1024;
 
 /// A descriptor that is closed with its holder.
 class Descriptor {

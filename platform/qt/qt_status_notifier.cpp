@@ -186,7 +186,7 @@ void QtStatusNotifier::announce() {
                      finished->deleteLater();
                      if (!finished->isError()) askForHost();
                    });
-  watcher.release();  // its parent owns it
+  static_cast<void>(watcher.release());  // its parent owns it
 }
 
 void QtStatusNotifier::askForHost() {
@@ -200,7 +200,7 @@ void QtStatusNotifier::askForHost() {
                      const QDBusPendingReply<QDBusVariant> reply = *finished;
                      statusMenu_.setShownByDesktop(!reply.isError() && reply.value().variant().toBool());
                    });
-  watcher.release();  // its parent owns it
+  static_cast<void>(watcher.release());  // its parent owns it
 }
 
 void QtStatusNotifier::mirror() {

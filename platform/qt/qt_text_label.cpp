@@ -78,8 +78,8 @@ QColor secondaryTextColor(const QPalette& palette) {
   constexpr double readable = 4.5;
   const QColor text = palette.color(QPalette::WindowText);
   const QColor background = palette.color(QPalette::Window);
-  for (float share = 0.6F; share < 1; share += 0.05F) {
-    const QColor color = mix(text, background, share);
+  for (int percent = 60; percent < 100; percent += 5) {
+    const QColor color = mix(text, background, static_cast<float>(percent) / 100);
     if (contrast(color, background) >= readable) return color;
   }
   return text;
