@@ -65,7 +65,7 @@ check_arguments() {
 
 # A tool that needs libraries of this Mac's package manager does not run on another one.
 check_self_contained() {
-  foreign=$(otool -L "$1" | sed 1d | awk '{print $1}' | grep -v -e '^/usr/lib/' -e '^/System/' || true)
+  foreign=$(otool -L "$1" | awk '/^\t/ { print $1 }' | grep -v -e '^/usr/lib/' -e '^/System/' || true)
   [ -z "$foreign" ] || fail "$1 needs libraries that other Macs lack:
 $foreign"
 }
