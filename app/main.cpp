@@ -46,32 +46,24 @@ int main(int argc, char** argv) {
   // Last, so first to go: suspended tasks hold requests, timers and the delegate.
   Executor executor(clock);
 
+  const Backends backends{.executor = executor,
+                          .application = application,
+                          .processSpawner = processSpawner,
+                          .commandRunner = commandRunner,
+                          .fileSystem = fileSystem,
+                          .outputFiles = outputFiles,
+                          .host = host,
+                          .httpSession = httpSession,
+                          .statusBar = statusBar,
+                          .windowSystem = windowSystem,
+                          .urlEvents = urlEvents,
+                          .alerts = dialogs,
+                          .savePanels = dialogs,
+                          .pasteboard = pasteboard,
+                          .beeper = beeper,
+                          .workspace = workspace};
   return runHelper(application, [&](FixedAddresses addresses) {
-    auto makeWindow = [&, helperBaseUrl = addresses.helperBaseURL](EnsureHelper ensureHelper) {
-      const DownloaderWindowController::Capabilities capabilities{.executor = executor,
-                                                                  .httpSession = httpSession,
-                                                                  .fileSystem = fileSystem,
-                                                                  .windowSystem = windowSystem,
-                                                                  .application = application,
-                                                                  .savePanels = dialogs,
-                                                                  .pasteboard = pasteboard,
-                                                                  .beeper = beeper,
-                                                                  .workspace = workspace};
-      return DownloaderWindowController::create(std::move(ensureHelper), helperBaseUrl, capabilities);
-    };
-    const HelperDelegate::Capabilities capabilities{.executor = executor,
-                                                    .application = application,
-                                                    .processSpawner = processSpawner,
-                                                    .commandRunner = commandRunner,
-                                                    .fileSystem = fileSystem,
-                                                    .outputFiles = outputFiles,
-                                                    .host = host,
-                                                    .statusBar = statusBar,
-                                                    .urlEvents = urlEvents,
-                                                    .alerts = dialogs,
-                                                    .workspace = workspace};
-    auto delegate =
-        std::make_shared<HelperDelegate>(std::move(addresses), capabilities, std::move(makeWindow));
+    auto delegate = makeHelperDelegate(std::move(addresses), backends);
     instance.setActivateHandler([weak = std::weak_ptr(delegate)] {
       if (const auto running = weak.lock()) running->openDownloader();
     });

@@ -46,30 +46,22 @@ struct Program {
   Executor executor{clock};
 
   std::shared_ptr<HelperDelegate> makeDelegate(FixedAddresses addresses) {
-    auto makeWindow = [this, helperBaseUrl = addresses.helperBaseURL](EnsureHelper ensureHelper) {
-      const DownloaderWindowController::Capabilities capabilities{.executor = executor,
-                                                                  .httpSession = httpSession,
-                                                                  .fileSystem = fileSystem,
-                                                                  .windowSystem = windowSystem,
-                                                                  .application = application,
-                                                                  .savePanels = savePanels,
-                                                                  .pasteboard = pasteboard,
-                                                                  .beeper = beeper,
-                                                                  .workspace = workspace};
-      return DownloaderWindowController::create(std::move(ensureHelper), helperBaseUrl, capabilities);
-    };
-    const HelperDelegate::Capabilities capabilities{.executor = executor,
-                                                    .application = application,
-                                                    .processSpawner = processSpawner,
-                                                    .commandRunner = commandRunner,
-                                                    .fileSystem = fileSystem,
-                                                    .outputFiles = outputFiles,
-                                                    .host = host,
-                                                    .statusBar = statusBar,
-                                                    .urlEvents = urlEvents,
-                                                    .alerts = alerts,
-                                                    .workspace = workspace};
-    return std::make_shared<HelperDelegate>(std::move(addresses), capabilities, std::move(makeWindow));
+    return makeHelperDelegate(std::move(addresses), {.executor = executor,
+                                                     .application = application,
+                                                     .processSpawner = processSpawner,
+                                                     .commandRunner = commandRunner,
+                                                     .fileSystem = fileSystem,
+                                                     .outputFiles = outputFiles,
+                                                     .host = host,
+                                                     .httpSession = httpSession,
+                                                     .statusBar = statusBar,
+                                                     .windowSystem = windowSystem,
+                                                     .urlEvents = urlEvents,
+                                                     .alerts = alerts,
+                                                     .savePanels = savePanels,
+                                                     .pasteboard = pasteboard,
+                                                     .beeper = beeper,
+                                                     .workspace = workspace});
   }
 };
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "app/entry.h"
 #include "app/fixed_addresses.h"
-#include "import/downloader_window_controller.h"
 
 namespace zunto::testing {
 namespace {
@@ -46,31 +46,22 @@ FaceProgram::~FaceProgram() {
 
 std::shared_ptr<HelperDelegate> FaceProgram::makeDelegate() {
   const FaceCapabilities native = face_->capabilities();
-  FixedAddresses addresses = fixedAddresses();
-  auto makeWindow = [this, native, base = addresses.helperBaseURL](EnsureHelper ensureHelper) {
-    return DownloaderWindowController::create(std::move(ensureHelper), base,
-                                              {.executor = *executor_,
-                                               .httpSession = http_,
-                                               .fileSystem = files_,
-                                               .windowSystem = native.windowSystem,
+  return makeHelperDelegate(fixedAddresses(), {.executor = *executor_,
                                                .application = application_,
+                                               .processSpawner = processes_,
+                                               .commandRunner = commands_,
+                                               .fileSystem = files_,
+                                               .outputFiles = files_,
+                                               .host = host_,
+                                               .httpSession = http_,
+                                               .statusBar = native.statusBar,
+                                               .windowSystem = native.windowSystem,
+                                               .urlEvents = native.urlEvents,
+                                               .alerts = native.alerts,
                                                .savePanels = native.savePanels,
                                                .pasteboard = native.pasteboard,
                                                .beeper = native.beeper,
                                                .workspace = native.workspace});
-  };
-  const HelperDelegate::Capabilities capabilities{.executor = *executor_,
-                                                  .application = application_,
-                                                  .processSpawner = processes_,
-                                                  .commandRunner = commands_,
-                                                  .fileSystem = files_,
-                                                  .outputFiles = files_,
-                                                  .host = host_,
-                                                  .statusBar = native.statusBar,
-                                                  .urlEvents = native.urlEvents,
-                                                  .alerts = native.alerts,
-                                                  .workspace = native.workspace};
-  return std::make_shared<HelperDelegate>(std::move(addresses), capabilities, std::move(makeWindow));
 }
 
 void FaceProgram::processorAnswers() { commands_.answer(0, R"({"status":"ok"})"); }
