@@ -9,7 +9,7 @@ helper_packages=(
 
 # A display, a session and a screen reader's view for the demonstration.
 demo_packages=(
-  xvfb x11-utils xdotool imagemagick fonts-dejavu-core dbus at-spi2-core python3 python3-gi gir1.2-atspi-2.0
+  xvfb openbox x11-utils xdotool imagemagick fonts-dejavu-core dbus at-spi2-core python3 python3-gi gir1.2-atspi-2.0
   openssl iproute2 procps
 )
 

@@ -100,9 +100,15 @@ class QtApplication::Native final : public QApplication {
     return QApplication::event(event);
   }
 
+  /// The application of this process; null where it is another's or none.
+  static QtApplication* running() {
+    auto* native = dynamic_cast<Native*>(QCoreApplication::instance());
+    return native ? &native->owner_ : nullptr;
+  }
+
   /// Qt ends the program by exit() when the display is gone; the delegate is told all the same.
   static void endAtExit() {
-    if (auto* running = dynamic_cast<Native*>(QCoreApplication::instance())) running->owner_.endDelegate();
+    if (QtApplication* application = running()) application->endDelegate();
   }
 
  private:
@@ -112,7 +118,6 @@ class QtApplication::Native final : public QApplication {
 QtApplication::QtApplication(int argc, char** argv)
     : activationToken_(startupToken()), argc_(argc), argv_(argv) {
   QCoreApplication::setApplicationName(QStringLiteral("ZUNTO Helper"));
-  QGuiApplication::setApplicationDisplayName(QStringLiteral("ZUNTO Helper"));
   QGuiApplication::setDesktopFileName(QStringLiteral("zunto-helper"));
   // Neither the last window nor the last job of the desktop's libraries ends the program.
   QGuiApplication::setQuitOnLastWindowClosed(false);
@@ -156,6 +161,11 @@ void QtApplication::endDelegate() {
   if (const std::shared_ptr<ApplicationDelegate> delegate = delegate_.lock()) {
     delegate->applicationWillTerminate();
   }
+}
+
+bool QtApplication::hasTerminated() {
+  const QtApplication* application = Native::running();
+  return application && application->terminated_;
 }
 
 void QtApplication::setDelegate(std::weak_ptr<ApplicationDelegate> delegate) {

@@ -2,7 +2,7 @@
 
 import accessibility
 import screen
-from helper_program import READY
+from helper_program import READY, WINDOW_TITLE
 from steps import Step, require, require_equal, wait_until
 
 _INTRODUCTION = ("Paste a YouTube or Bilibili link. Analyze available formats, then save video, audio, or a source "
@@ -34,6 +34,9 @@ def form_steps():
 def _becomes_ready(run):
     run.helper.wait_for_status(READY, 45)
     screen.move_pointer_away()
+    (window,) = screen.windows_called(WINDOW_TITLE)
+    title = screen.title_shown(window)
+    require_equal(title, WINDOW_TITLE, "the title of the window")
     return [f"processor: process {run.helper.processor_pid()}"]
 
 

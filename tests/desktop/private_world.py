@@ -38,6 +38,8 @@ class PrivateWorld:
             os.environ.clear()
             os.environ.update(environment)
             os.environ["DISPLAY"] = f":{self._start_display()}"
+            # Frames tell a dialog from the window behind it, for the eye and in the pictures.
+            self._start(["openbox", "--sm-disable"], "windows.log")
             os.environ["DBUS_SESSION_BUS_ADDRESS"] = self._start_session_bus()
         except BaseException:
             self.__exit__()

@@ -30,6 +30,13 @@ def windows_called(title):
     return [int(line) for line in done.stdout.split()]
 
 
+def title_shown(number):
+    """The title that a window manager draws for a window."""
+    done = subprocess.run(["xprop", "-id", str(number), "-notype", "_NET_WM_NAME"], capture_output=True, text=True,
+                          timeout=30, check=True, stdin=subprocess.DEVNULL)
+    return done.stdout.split(" = ", 1)[1].strip().strip('"')
+
+
 def give_keyboard(number):
     """What a window manager does when a window comes to the front, or the one before it goes away."""
     _xdotool("windowfocus", "--sync", str(number))
