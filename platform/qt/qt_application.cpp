@@ -165,7 +165,7 @@ void QtApplication::endDelegate() {
 
 bool QtApplication::hasTerminated() {
   const QtApplication* application = Native::running();
-  return application && application->terminated_;
+  return application != nullptr && application->terminated_;
 }
 
 void QtApplication::setDelegate(std::weak_ptr<ApplicationDelegate> delegate) {

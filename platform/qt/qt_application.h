@@ -31,6 +31,10 @@ class QtApplication final : public Application, public ApplicationLoop {
   void activateIgnoringOtherApps() override;
   void terminate() override;
 
+  /// Whether this process's application has terminated, if there is one: Qt's event loop still hands out what
+  /// it has in hand then, but nothing of the program may run any more.
+  [[nodiscard]] static bool hasTerminated();
+
   void setDelegate(std::weak_ptr<ApplicationDelegate> delegate) override;
   void setActivationPolicy(ActivationPolicy policy) override;
 

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/qt/qt_application.h"
+
 namespace zunto {
 
 namespace {
@@ -35,7 +37,8 @@ class QtClock::TurnQueue final : public QObject {
  public:
   void customEvent(QEvent* event) override {
     // A turn may run a nested event loop, and only this event keeps its function alive: it does until return.
-    if (const auto* turn = dynamic_cast<TurnEvent*>(event)) turn->turn()();
+    const auto* turn = dynamic_cast<TurnEvent*>(event);
+    if (turn && !QtApplication::hasTerminated()) turn->turn()();
   }
 };
 
@@ -53,6 +56,7 @@ class QtClock::PendingTimer final : public Timer {
 
  private:
   void fire() {
+    if (QtApplication::hasTerminated()) return;
     const std::chrono::nanoseconds left = due_ - clock_.now();
     if (left > std::chrono::nanoseconds::zero()) {
       native_.start(nativeDelay(left));

@@ -1,4 +1,5 @@
-// The main loop's time, timers and turns on Qt's event loop.
+// The main loop's time, timers and turns on Qt's event loop. Once the QtApplication has terminated no turn
+// and no timer runs any more: a start sequence must not launch a child that nobody would stop.
 //
 // Owner: the program's entry, after the QtApplication and before everything that is handed a reference.
 // Thread: made and used on the main thread; post() from any thread.

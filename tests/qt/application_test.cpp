@@ -75,6 +75,19 @@ TEST_F(QtApplicationLife, EndOfTheSessionTerminates) {
   EXPECT_EQ(delegate->calls, whole);
 }
 
+TEST_F(QtApplicationLife, RunsNoTurnAndNoTimerOnceItHasTerminated) {
+  std::vector<std::string> after;
+  std::unique_ptr<Timer> dueAlready;
+  delegate->whenLaunched = [&] {
+    dueAlready = clock.callLater(std::chrono::nanoseconds(0), [&] { after.emplace_back("timer"); });
+    clock.post([this] { application.terminate(); });
+    clock.post([&] { after.emplace_back("turn"); });
+  };
+  application.run();
+  QCoreApplication::processEvents();
+  EXPECT_EQ(after, std::vector<std::string>());
+}
+
 TEST_F(QtApplicationLife, ClosingTheLastWindowDoesNotTerminate) {
   QWidget window;
   window.show();
