@@ -56,7 +56,7 @@ QString nameWithin(const std::string& suggested) {
 }  // namespace
 
 /// The dialogs that wait for an answer. A dialog is the child of the window it stands in front of, which may
-/// end before it is answered and takes it along.
+/// end before it is answered, takes it along, and so dismisses it.
 class QtDialogs::OpenDialogs {
  public:
   OpenDialogs() = default;
@@ -77,6 +77,27 @@ class QtDialogs::OpenDialogs {
 
  private:
   std::list<QPointer<QDialog>> dialogs_;
+};
+
+/// Calls back once, on a later turn, with the first answer that it is given; never once the dialogs are gone.
+template <class Value>
+class QtDialogs::Answer {
+ public:
+  Answer(const QtDialogs& dialogs, std::function<void(Value)> callback)
+      : clock_(dialogs.clock_), open_(dialogs.open_), callback_(std::move(callback)) {}
+
+  void give(Value value) {
+    if (std::exchange(isGiven_, true) || open_.expired()) return;
+    clock_.post([open = open_, callback = std::move(callback_), value = std::move(value)] {
+      if (!open.expired()) callback(value);
+    });
+  }
+
+ private:
+  Clock& clock_;
+  std::weak_ptr<OpenDialogs> open_;
+  std::function<void(Value)> callback_;
+  bool isGiven_ = false;
 };
 
 QtDialogs::QtDialogs(Clock& clock) : clock_(clock), open_(std::make_shared<OpenDialogs>()) {}
@@ -123,15 +144,14 @@ void QtDialogs::showAlert(const Alert& alert, std::function<void(std::size_t but
   QMessageBox& box = *makeMessageBox(alert).release();
   open_->add(box);
   const QList<QAbstractButton*> buttons = addButtons(box, alert.buttons);
-  const auto finish = [&box, buttons, &clock = clock_, open = std::weak_ptr<OpenDialogs>(open_),
-                       answered = std::move(answered)] {
+  const auto answer = std::make_shared<Answer<std::size_t>>(*this, std::move(answered));
+  const auto finish = [&box, buttons, answer, open = std::weak_ptr<OpenDialogs>(open_)] {
     const qsizetype index = std::max<qsizetype>(0, buttons.indexOf(box.clickedButton()));
     if (const std::shared_ptr<OpenDialogs> dialogs = open.lock()) dialogs->remove(box);
-    clock.post([open, answered, index] {
-      if (!open.expired()) answered(static_cast<std::size_t>(index));
-    });
+    answer->give(static_cast<std::size_t>(index));
   };
   QObject::connect(&box, &QDialog::finished, &box, finish);
+  QObject::connect(&box, &QObject::destroyed, [answer] { answer->give(0); });
   bringToFront(box);
 }
 
@@ -164,19 +184,19 @@ void QtDialogs::showSavePanel(const SavePanel& panel,
   if (!isFolder(saveFolder_)) saveFolder_ = downloadsFolder();
   QFileDialog& dialog = *makeFileDialog(panel, saveFolder_).release();
   open_->add(dialog);
-  const auto finish = [this, &dialog, open = std::weak_ptr<OpenDialogs>(open_),
-                       chosen = std::move(chosen)](int result) {
+  const auto answer =
+      std::make_shared<Answer<std::optional<std::filesystem::path>>>(*this, std::move(chosen));
+  const auto finish = [this, &dialog, answer, open = std::weak_ptr<OpenDialogs>(open_)](int result) {
     std::optional<std::filesystem::path> location;
     if (result == QDialog::Accepted && !dialog.selectedFiles().isEmpty()) {
       location = asPath(dialog.selectedFiles().front());
       saveFolder_ = location->parent_path();
     }
     if (const std::shared_ptr<OpenDialogs> dialogs = open.lock()) dialogs->remove(dialog);
-    clock_.post([open, chosen, location] {
-      if (!open.expired()) chosen(location);
-    });
+    answer->give(std::move(location));
   };
   QObject::connect(&dialog, &QDialog::finished, &dialog, finish);
+  QObject::connect(&dialog, &QObject::destroyed, [answer] { answer->give(std::nullopt); });
   bringToFront(dialog);
 }
 

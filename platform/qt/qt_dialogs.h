@@ -26,6 +26,8 @@ class QtDialogs final : public AlertPresenter, public SavePanelPresenter {
 
  private:
   class OpenDialogs;
+  template <class Value>
+  class Answer;
 
   Clock& clock_;
   std::filesystem::path saveFolder_;

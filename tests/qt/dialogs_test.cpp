@@ -180,6 +180,20 @@ TEST_F(QtSavePanels, AsksBeforeAnExistingFileIsChosen) {
   EXPECT_TRUE(panel.isVisible());
 }
 
+TEST_F(QtSavePanels, AnAlertInFrontOfAPanelThatIsAnsweredFirstEndsWithItsFirstButton) {
+  QFileDialog& panel = show("clip.mp4");
+  std::vector<std::size_t> buttons;
+  dialogs->showAlert({"Title", "Message", {"OK", "Show Log"}},
+                     [&buttons](std::size_t button) { buttons.push_back(button); });
+  // As a screen reader can, which no modal dialog holds up.
+  panel.reject();
+  runTurns();  // the panel is gone,
+  runTurns();  // and what stood in front of it has said so
+  EXPECT_EQ(answers.size(), 1U);
+  EXPECT_EQ(buttons, std::vector<std::size_t>{0});
+  EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
+}
+
 TEST_F(QtSavePanels, ClosesUnansweredWhenTheProgramEnds) {
   show("clip.mp4");
   dialogs.reset();
