@@ -20,7 +20,8 @@ class FileSystem : public Interface {
   /// Whether `path` is a regular file, links followed, that this user may execute.
   [[nodiscard]] virtual bool isExecutableFile(const std::filesystem::path& path) const = 0;
 
-  /// Makes the folder with its missing parents; one that exists is no error. Throws SystemError.
+  /// Makes the folder with its missing parents; one that exists is no error. Throws SystemError, which names
+  /// the one of them that cannot be made.
   virtual void createFolder(const std::filesystem::path& path) = 0;
 
   /// Makes an empty file with default permissions; never shortens one that exists. Answers whether a file is

@@ -78,7 +78,7 @@ void PosixFileSystem::createFolder(const std::filesystem::path& path) {
     if (::mkdir(prefix.c_str(), folderPermissions) == 0) continue;
     const int error = errno;
     if (isFolder(prefix)) continue;  // another program was quicker
-    throw systemFailure("The folder " + quotedName(path) + " could not be made", error);
+    throw systemFailure("The folder " + quotedName(prefix) + " could not be made", error);
   }
 }
 

@@ -555,7 +555,7 @@ TEST_F(LaunchFailureTable, ALogThatCannotBeMadeShowsTheErrorsOwnDescription) {
   world.files.refuse("/home/user", "Read-only file system");
   const auto answer = world.start();
   world.clock.runTurns();
-  expectAlert(couldNotStart, "The folder \"ZUNTO Helper\" could not be made: Read-only file system.");
+  expectAlert(couldNotStart, "The folder \"user\" could not be made: Read-only file system.");
   expectNothingHeld();
   dismissAlert();
   EXPECT_EQ(*answer, false);

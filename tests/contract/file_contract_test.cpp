@@ -180,7 +180,7 @@ TYPED_TEST(FileContract, RefusesAFolderWhereAFileIs) {
   EXPECT_EQ(refusalOf([&] { this->files().createFolder(this->at("helper")); }),
             "The folder \"helper\" could not be made: File exists.");
   EXPECT_EQ(refusalOf([&] { this->files().createFolder(this->at("helper/logs/")); }),
-            "The folder \"logs\" could not be made: File exists.");
+            "The folder \"helper\" could not be made: File exists.");
   EXPECT_EQ(this->world_.contents(this->at("helper")), "");
 }
 

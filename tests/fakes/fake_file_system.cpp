@@ -78,11 +78,11 @@ std::optional<std::string> FakeFileSystem::contents(const std::filesystem::path&
 }
 
 void FakeFileSystem::createFolder(const std::filesystem::path& path) {
-  const std::string subject = "The folder " + quotedName(path) + " could not be made";
   std::filesystem::path prefix;
   for (const std::filesystem::path& component : path) {
     prefix /= component;
     if (isFolder(prefix)) continue;
+    const std::string subject = "The folder " + quotedName(prefix) + " could not be made";
     const Place place = find(prefix, LastLink::kept);
     if (place.error == std::errc{}) throw failure(subject, describe(std::errc::file_exists));
     if (place.error != std::errc::no_such_file_or_directory) throw failure(subject, describe(place.error));
