@@ -1,5 +1,4 @@
 // Launching, awaiting and stopping the processor, and the alert for everything that keeps it from starting.
-#include <array>
 #include <chrono>
 #include <map>
 #include <utility>
