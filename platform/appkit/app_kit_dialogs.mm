@@ -10,6 +10,10 @@
 namespace zunto {
 namespace {
 
+/// Quitting, logging out and the end of the session do not wait for an answer: the system would otherwise
+/// refuse to terminate the program as long as the dialog stands.
+void letTheProgramEndUnder(NSWindow* dialog) { [dialog setPreventsApplicationTerminationWhenModal:NO]; }
+
 std::size_t runAlert(const Alert& alert) {
   const auto native = Retained<NSAlert>::adopt([[NSAlert alloc] init]);
   [native.get() setAlertStyle:NSAlertStyleWarning];
@@ -18,6 +22,7 @@ std::size_t runAlert(const Alert& alert) {
   for (const std::string& title : alert.buttons) {
     [native.get() addButtonWithTitle:toNSString(title).get()];
   }
+  letTheProgramEndUnder([native.get() window]);
   const NSInteger button = [native.get() runModal] - NSAlertFirstButtonReturn;
   // An alert that was stopped without a button answers outside the buttons' range.
   if (button < 0 || static_cast<std::size_t>(button) >= alert.buttons.size()) return 0;
@@ -29,6 +34,7 @@ std::optional<std::filesystem::path> runSavePanel(const SavePanel& panel) {
   [native.get() setTitle:toNSString(panel.title).get()];
   [native.get() setNameFieldStringValue:toNSString(panel.suggestedName).get()];
   [native.get() setCanCreateDirectories:panel.canCreateFolders];
+  letTheProgramEndUnder(native.get());
   if ([native.get() runModal] != NSModalResponseOK) return std::nullopt;
   NSURL* location = [native.get() URL];
   if (location == nil) return std::nullopt;

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <map>
+#include <set>
 #include <utility>
 
 namespace zunto::testing {
@@ -28,7 +29,13 @@ std::vector<std::string> takeDesktopRequests() { return std::exchange(desktopReq
 
 namespace {
 NSApplicationActivationPolicy activationPolicy = NSApplicationActivationPolicyProhibited;
+
+/// The save panel, which is never freed here. An alert has no panel yet when the backend speaks to it.
+std::set<NSWindow*>& windowsThatLetTheProgramEnd() {
+  static std::set<NSWindow*> windows;
+  return windows;
 }
+}  // namespace
 
 @implementation NSApplication (ZUNTOCompat)
 
@@ -53,7 +60,38 @@ NSApplicationActivationPolicy activationPolicy = NSApplicationActivationPolicyPr
 - (void)setRestorable:(BOOL)restorable {
 }
 
+- (BOOL)preventsApplicationTerminationWhenModal {
+  return !windowsThatLetTheProgramEnd().contains(self);
+}
+
+- (void)setPreventsApplicationTerminationWhenModal:(BOOL)prevents {
+  if (prevents) {
+    windowsThatLetTheProgramEnd().erase(self);
+  } else {
+    windowsThatLetTheProgramEnd().insert(self);
+  }
+}
+
 @end
+
+namespace zunto::testing {
+namespace {
+
+using Terminate = void (*)(id, SEL, id);
+Terminate originalTerminate;
+
+/// Refuses, as macOS does, while a modal window stands that has not been told otherwise.
+void terminate(id application, SEL selector, id sender) {
+  NSWindow* dialog = [application modalWindow];
+  if (dialog != nil && [dialog preventsApplicationTerminationWhenModal]) {
+    noteDesktopRequest("refused to terminate");
+    return;
+  }
+  originalTerminate(application, selector, sender);
+}
+
+}  // namespace
+}  // namespace zunto::testing
 
 // The pasteboard. GNUstep keeps it in a daemon that all programs of a user share.
 
@@ -375,6 +413,7 @@ bool sendGetUrlEventWithoutText() { return deliverGetUrl([[[ZUNTOAppleEvent allo
 bool sendGetUrlEventWithoutObject() { return deliverGetUrl(nil); }
 
 void installServices() {
+  originalTerminate = replaceMethod([NSApplication class], @selector(terminate:), terminate);
   replaceMethod([NSWorkspace class], @selector(openURL:), openUrl);
   replaceMethod(object_getClass([NSPasteboard class]), @selector(pasteboardWithName:), pasteboardWithName);
   replaceMethod([NSSavePanel class], @selector(runModal), runSavePanel);

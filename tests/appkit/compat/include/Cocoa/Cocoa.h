@@ -62,6 +62,7 @@ static const NSEventMask NSEventMaskAny = NSAnyEventMask;
 
 @interface NSWindow (ZUNTOCompat)
 @property BOOL restorable;
+@property BOOL preventsApplicationTerminationWhenModal;
 @end
 
 @interface NSView (ZUNTOCompat)
