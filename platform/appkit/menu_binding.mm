@@ -16,6 +16,7 @@ NS_ASSUME_NONNULL_BEGIN
 }
 - (instancetype)initWithMenu:(std::shared_ptr<const zunto::Menu>)menu;
 - (void)chooseItem:(NSMenuItem*)item;
+- (BOOL)worksWhenModal;
 @end
 
 NS_ASSUME_NONNULL_END
@@ -32,6 +33,13 @@ NS_ASSUME_NONNULL_END
   _mainThread.check("chooseItem:");
   const std::shared_ptr<zunto::MenuItem> model = _menu->items().at(static_cast<std::size_t>([item tag]));
   model->userChose();
+}
+
+// While a modal dialog stands, the system disables the items of a target that does not answer this. The menu
+// shows the model's state then, too: quitting is always possible.
+- (BOOL)worksWhenModal {
+  _mainThread.check("worksWhenModal");
+  return YES;
 }
 
 - (BOOL)validateMenuItem:(NSMenuItem*)item {

@@ -196,6 +196,7 @@ TEST_F(AppKitStatusBarTest, GivesItemsATargetOnlyWhereTheyDoSomething) {
 
   NSMenu* native = [shownStatusItem() menu];
   EXPECT_TRUE([native autoenablesItems]);
+  EXPECT_TRUE([static_cast<NSWindow*>([[native itemAtIndex:2] target]) worksWhenModal]);
   EXPECT_EQ([[native itemAtIndex:0] action], nullptr);
   EXPECT_EQ([[native itemAtIndex:0] target], nil);
   EXPECT_TRUE([[native itemAtIndex:1] isSeparatorItem]);
