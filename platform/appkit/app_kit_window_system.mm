@@ -2,6 +2,9 @@
 
 #import <Cocoa/Cocoa.h>
 
+#include <cstdint>
+#include <functional>
+#include <memory>
 #include <utility>
 
 #include "async/main_thread.h"
@@ -10,6 +13,12 @@
 #import "platform/appkit/views.h"
 
 NS_ASSUME_NONNULL_BEGIN
+
+/// Commands that a window answers to; not every version of the system's headers declares them.
+@protocol ZUNTOUndoCommands
+- (void)undo:(id)sender;
+- (void)redo:(id)sender;
+@end
 
 /// A window that knows the usual editing and window commands by their keys. Elsewhere these come from the
 /// main menu, and the program has none.
@@ -63,7 +72,8 @@ SEL commandForKey(NSString* key, bool withShift) {
       NSEventModifierFlagCommand) {
     return NO;
   }
-  NSString* key = [[event charactersIgnoringModifiers] lowercaseString];
+  // Not the characters without modifiers: with Command held, a layout of another script gives Latin letters.
+  NSString* key = [[event characters] lowercaseString];
   const SEL command = key == nil ? nullptr : zunto::commandForKey(key, withShift);
   return command != nullptr && [[NSApplication sharedApplication] sendAction:command to:nil from:self];
 }
