@@ -76,7 +76,7 @@ NS_ASSUME_NONNULL_BEGIN
 - (void)applicationWillFinishLaunching:(NSNotification*)notification;
 - (void)install;
 - (void)uninstall;
-- (void)handleGetURLEvent:(NSAppleEventDescriptor*)event withReplyEvent:(NSAppleEventDescriptor*)replyEvent;
+- (void)handleURLWithEvent:(NSAppleEventDescriptor*)event reply:(NSAppleEventDescriptor*)reply;
 @end
 
 NS_ASSUME_NONNULL_END
@@ -96,7 +96,7 @@ NS_ASSUME_NONNULL_END
 
 - (void)install {
   [[NSAppleEventManager sharedAppleEventManager] setEventHandler:self
-                                                     andSelector:@selector(handleGetURLEvent:withReplyEvent:)
+                                                     andSelector:@selector(handleURLWithEvent:reply:)
                                                    forEventClass:zunto::internetEventClass
                                                       andEventID:zunto::getUrlEvent];
 }
@@ -106,8 +106,8 @@ NS_ASSUME_NONNULL_END
                                                                       andEventID:zunto::getUrlEvent];
 }
 
-- (void)handleGetURLEvent:(NSAppleEventDescriptor*)event withReplyEvent:(NSAppleEventDescriptor*)replyEvent {
-  _mainThread.check("handleGetURLEvent:withReplyEvent:");
+- (void)handleURLWithEvent:(NSAppleEventDescriptor*)event reply:(NSAppleEventDescriptor*)reply {
+  _mainThread.check("handleURLWithEvent:reply:");
   _deliveries->add(zunto::readEvent(event));
 }
 
