@@ -2,7 +2,9 @@
 
 #import <Cocoa/Cocoa.h>
 
+#include <memory>
 #include <optional>
+#include <string>
 
 #import "platform/appkit/menu_binding.h"
 #import "platform/appkit/retained.h"

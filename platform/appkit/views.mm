@@ -1,8 +1,11 @@
 #import "platform/appkit/views.h"
 
 #include <algorithm>
+#include <functional>
+#include <memory>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "async/main_thread.h"
