@@ -143,7 +143,13 @@ std::vector<Step> stopSteps() {
       {"the helper is stopped from the menu", [] { return menuTitle(4) == "Stop Helper"; },
        [] { chooseInMenu(@"Stop Helper"); }},
       {"the menu shows that it is stopped",
-       [] { return menuTitle(0) == "ZUNTO Helper Stopped" && menuTitle(4) == "Start Helper"; },
+       [] { return menuTitle(0) == "ZUNTO Helper Stopped" && menuTitle(4) == "Start Helper"; }, [] {}},
+      // Two processors would write over each other's lines in the log, which is looked at in the end.
+      {"the stopped processor has said its last word",
+       [] {
+         const auto log = home() / "Library/Logs/ZUNTO Helper/helper.log";
+         return contentsOf(log).find("interrupted") != std::string::npos;
+       },
        [] { chooseInMenu(@"Start Helper"); }},
       {"it is started again from the menu",
        [] { return menuTitle(0) == "ZUNTO Helper Ready · 127.0.0.1:43127"; }, [] {}},
