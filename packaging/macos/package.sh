@@ -63,10 +63,12 @@ check_arguments() {
   done
 }
 
-# A tool that needs libraries of this Mac's package manager does not run on another one.
+# A program that needs libraries of this Mac's package manager does not run on another one; under the hardened
+# runtime, which takes libraries of the system and of the same signer only, not even here.
 check_self_contained() {
+  file -bL "$1" | grep -q Mach-O || fail "$1 is no program of macOS"
   foreign=$(otool -L "$1" | awk '/^\t/ { print $1 }' | grep -v -e '^/usr/lib/' -e '^/System/' || true)
-  [ -z "$foreign" ] || fail "$1 needs libraries that other Macs lack:
+  [ -z "$foreign" ] || fail "$1 needs libraries that are not of the system; link them statically:
 $foreign"
 }
 
@@ -132,6 +134,17 @@ check_signatures() {
   codesign --verify --deep --strict --verbose=2 "$app"
 }
 
+# The hardened runtime stops a program that lacks an entitlement only when it runs: neither the signature nor
+# the notarisation shows it. What a Mac of the other kind does with a tool for both has to be seen there.
+check_tools_run() {
+  say "running the tools"
+  [ "$("$tools/node" -e 'let n = 0; for (let i = 0; i < 1e7; i++) n += i % 7; console.log(typeof n)')" = number ] ||
+    fail "node does not run: see runtime.entitlements"
+  "$tools/yt-dlp" --version >/dev/null || fail "yt-dlp does not run"
+  "$tools/ffmpeg" -version >/dev/null || fail "ffmpeg does not run"
+  "$tools/ffprobe" -version >/dev/null || fail "ffprobe does not run"
+}
+
 notarize() {
   say "having it notarised; this takes some minutes"
   upload="$work/upload.zip"
@@ -158,9 +171,11 @@ read_arguments "$@"
 check_arguments
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+check_self_contained "$app/Contents/MacOS/ZUNTO Helper"
 stage_tools
 sign_everything
 check_signatures
+check_tools_run
 [ -z "$profile" ] || notarize
 [ -z "$image" ] || make_disk_image
 say "$app is complete"

@@ -3,9 +3,11 @@
 usage: packaging_test.py SOURCE_FOLDER FILLED_IN_INFO_PLIST VERSION
 """
 
+import os
 import plistlib
 import subprocess
 import sys
+import tempfile
 import unittest
 from pathlib import Path
 
@@ -82,6 +84,68 @@ class Scripts(unittest.TestCase):
         answer = self.run_script("package.sh", "/nonexistent.app", "--frobnicate")
         self.assertEqual(answer.returncode, 1)
         self.assertIn("unknown option --frobnicate", answer.stderr)
+
+
+class Packaging(unittest.TestCase):
+    """The script with stand-ins for the programs of macOS, each of which notes how it was called."""
+
+    SYSTEM_LIBRARY = "/usr/lib/libSystem.B.dylib"
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+        self.calls = self.folder / "calls"
+        self.app = self.folder / "ZUNTO Helper.app"
+        self.write(self.app / "Contents/Info.plist", "")
+        self.write(self.app / "Contents/MacOS/ZUNTO Helper", "")
+        self.write(self.app / "Contents/Resources/processor/src/index.mjs", "")
+        for tool, answer in (("node", "number"), ("yt-dlp", ""), ("ffmpeg", ""), ("ffprobe", "")):
+            self.write(self.folder / "tools" / tool, f"#!/bin/sh\necho 'run {tool}' >>'{self.calls}'\necho {answer}\n")
+        self.stand_in("file", "echo Mach-O")
+        self.stand_in("xattr", "")
+        self.stand_in("codesign", f"echo codesign \"$@\" >>'{self.calls}'")
+
+    def write(self, path, text):
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text)
+        path.chmod(0o755)
+
+    def stand_in(self, name, script):
+        self.write(self.folder / "system" / name, f"#!/bin/sh\n{script}\n")
+
+    def package(self, library):
+        self.stand_in("otool", f"printf '%s:\\n\\t{library} (version)\\n' \"$2\"")
+        tools = [part for tool in ("node", "yt-dlp", "ffmpeg", "ffprobe")
+                 for part in (f"--{tool}", self.folder / "tools" / tool)]
+        path = f"{self.folder / 'system'}:{os.environ['PATH']}"
+        return subprocess.run(["sh", SOURCE / "package.sh", self.app, *tools], capture_output=True, text=True,
+                              check=False, env={**os.environ, "PATH": path})
+
+    def test_refuses_a_helper_that_needs_a_package_managers_library(self):
+        answer = self.package("/opt/homebrew/lib/libboost_json.dylib")
+        self.assertEqual(answer.returncode, 1)
+        self.assertIn("ZUNTO Helper needs libraries that are not of the system", answer.stderr)
+        self.assertFalse(self.calls.exists())
+
+    def test_signs_from_the_inside_out_and_then_runs_every_tool(self):
+        answer = self.package(self.SYSTEM_LIBRARY)
+        self.assertEqual(answer.returncode, 0, answer.stderr)
+        calls = self.calls.read_text().splitlines()
+        signed = [Path(call).name for call in calls if "--sign" in call]
+        self.assertEqual(signed, ["ffmpeg", "ffprobe", "yt-dlp", "node", "ZUNTO Helper.app"])
+        for call in calls:
+            if "--sign" in call:
+                self.assertIn("--options runtime", call)
+        self.assertEqual([call for call in calls if call.startswith("run ")],
+                         ["run node", "run yt-dlp", "run ffmpeg", "run ffprobe"])
+        self.assertTrue(any("--verify --deep --strict" in call for call in calls))
+
+    def test_refuses_a_runtime_that_does_not_run_once_signed(self):
+        self.write(self.folder / "tools/node", "#!/bin/sh\nexit 133\n")
+        answer = self.package(self.SYSTEM_LIBRARY)
+        self.assertEqual(answer.returncode, 1)
+        self.assertIn("node does not run", answer.stderr)
 
 
 if __name__ == "__main__":
