@@ -165,7 +165,6 @@ void CurlExchange::configureRequest() {
 
 void CurlExchange::configureConnection() {
   CURL* const easy = easy_.get();
-  setOption(easy, CURLOPT_PROTOCOLS_STR, "http");
   setOption(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   setOption(easy, CURLOPT_PROXY, "");
   setOption(easy, CURLOPT_NOPROXY, "*");
