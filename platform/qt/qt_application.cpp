@@ -126,7 +126,6 @@ QtApplication::QtApplication(int argc, char** argv)
   QGuiApplication::setWindowIcon(makeStatusIcon(StatusMark::none));
   nameQtPopUpsForScreenReaders();
   signals_ = std::make_unique<SignalTurns>([this] { terminate(); });
-  std::atexit(&Native::endAtExit);
 }
 
 QtApplication::~QtApplication() = default;
@@ -189,6 +188,8 @@ void QtApplication::finishLaunching() {
   if (const std::shared_ptr<ApplicationDelegate> delegate = delegate_.lock()) {
     delegate->applicationDidFinishLaunching();
   }
+  // Only now: what the launch has made of the libraries' globals is destroyed after this has run.
+  std::atexit(&Native::endAtExit);
 }
 
 }  // namespace zunto

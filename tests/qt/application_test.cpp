@@ -6,6 +6,8 @@
 #include <QTemporaryDir>
 #include <QWindow>
 #include <csignal>
+#include <cstdlib>
+#include <iostream>
 #include <memory>
 #include <vector>
 
@@ -15,16 +17,25 @@
 namespace zunto::testing {
 namespace {
 
+/// A global that a library makes when it is first used.
+struct LateGlobal {
+  ~LateGlobal() { std::cerr << "global gone\n"; }
+};
+
 class RecordingDelegate final : public ApplicationDelegate {
  public:
   void applicationDidFinishLaunching() override {
     calls.emplace_back("launched");
     if (whenLaunched) whenLaunched();
   }
-  void applicationWillTerminate() override { calls.emplace_back("willTerminate"); }
+  void applicationWillTerminate() override {
+    calls.emplace_back("willTerminate");
+    if (whenTerminated) whenTerminated();
+  }
 
   std::vector<std::string> calls;
   std::function<void()> whenLaunched;
+  std::function<void()> whenTerminated;
 };
 
 class QtApplicationLife : public QtTest {
@@ -73,6 +84,15 @@ TEST_F(QtApplicationLife, EndOfTheSessionTerminates) {
   delegate->whenLaunched = [] { QCoreApplication::quit(); };
   application.run();
   EXPECT_EQ(delegate->calls, whole);
+}
+
+TEST_F(QtApplicationLife, TellsOfAnExitWhileTheGlobalsThatTheLaunchHasMadeStillLive) {
+  delegate->whenLaunched = [this] {
+    static const LateGlobal late;
+    clock.post([] { std::exit(3); });
+  };
+  delegate->whenTerminated = [] { std::cerr << "told\n"; };
+  EXPECT_EXIT(application.run(), ::testing::ExitedWithCode(3), "told\nglobal gone");
 }
 
 TEST_F(QtApplicationLife, RunsNoTurnAndNoTimerOnceItHasTerminated) {
