@@ -59,7 +59,7 @@ export class Tools {
    */
   async run(file, args, { name, cwd, env, signal, onLine, timeoutMs, outputLimit = defaultOutputLimit }) {
     if (signal?.aborted) throw new Cancelled();
-    const child = spawn(file, args, { cwd, env, detached: true, stdio: ['ignore', 'pipe', 'pipe'] });
+    const child = start(name, file, args, { cwd, env, detached: true, stdio: ['ignore', 'pipe', 'pipe'] });
     const ended = endOf(child);
     if (child.pid === undefined) {
       const { error } = await ended;
@@ -117,6 +117,15 @@ export class Tools {
     if (await groupEnds(group, termGraceMs)) return;
     signalGroup(group, 'SIGKILL');
     await groupEnds(group, killGraceMs);
+  }
+}
+
+// Some failures, such as arguments longer than the system takes, are thrown at once instead of being reported later.
+function start(name, file, args, options) {
+  try {
+    return spawn(file, args, options);
+  } catch (error) {
+    throw new JobFailure(describeStartError(name, error));
   }
 }
 
