@@ -75,7 +75,7 @@ void PosixTemporaryFile::Writer::close() {
 }
 
 PosixTemporaryFile::PosixTemporaryFile(const std::filesystem::path& folder, MoveMethod method)
-    : method_(method), folder_(openFolder(folder)), name_(unpredictableName()) {
+    : method_(method), name_(unpredictableName()), folder_(openFolder(folder)) {
   const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
   Descriptor file(folder_.isOpen() ? ::openat(folder_.number(), name_.c_str(), flags, ordinaryFileMode) : -1);
   if (const int error = errno; !file.isOpen()) {

@@ -59,8 +59,8 @@ class PosixTemporaryFile final : public TemporaryFile {
   void moveOntoClaimedName(const std::filesystem::path& destination);
 
   MoveMethod method_;
+  std::string name_;  // in the folder; empty once moved
   Descriptor folder_;
-  std::string name_;  // in that folder; empty once moved
   std::unique_ptr<Writer> writer_;
 };
 

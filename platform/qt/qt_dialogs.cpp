@@ -47,9 +47,12 @@ bool isFolder(const std::filesystem::path& path) {
   return std::filesystem::is_directory(path, ignored);
 }
 
-/// A name within the folder that is shown, or an empty one.
+/// A name within the folder that is shown, or an empty one. Qt's dialog takes quotation marks for separators
+/// of several names and a tilde at the start for somebody's home.
 QString nameWithin(const std::string& suggested) {
-  const QString name = toQString(suggested).section(QLatin1Char('/'), -1);
+  QString name = toQString(suggested).section(QLatin1Char('/'), -1);
+  name.replace(QLatin1Char('"'), QLatin1Char('\''));
+  if (name.startsWith(QLatin1Char('~'))) name.replace(0, 1, QLatin1Char('_'));
   return name == QLatin1String(".") || name == QLatin1String("..") ? QString() : name;
 }
 

@@ -67,6 +67,14 @@ QFont nativeFont(const Font& font, const QWidget& widget) {
   return result;
 }
 
+/// As much of a text as anybody reads: laying out megabytes would hold up the window.
+QString readable(const QString& text) {
+  constexpr qsizetype longest = 4000;
+  if (text.size() <= longest) return text;
+  const qsizetype end = text.at(longest - 1).isHighSurrogate() ? longest - 1 : longest;
+  return text.left(end) + QChar(0x2026);
+}
+
 /// Tool tips guess whether they are given markup; a title from elsewhere must stay a text.
 QString asToolTip(const QString& text) {
   return QLatin1String("<qt>") + text.toHtmlEscaped() + QLatin1String("</qt>");
@@ -98,7 +106,7 @@ QtTextLabel::QtTextLabel(const Label& model, QWidget* parent)
 }
 
 void QtTextLabel::mirrorText() {
-  const QString full = toQString(model_.text());
+  const QString full = readable(toQString(model_.text()));
   if (full == text() && !accessibleName().isNull()) return;
   const bool isAnnounced = !accessibleName().isNull();
   setText(full);

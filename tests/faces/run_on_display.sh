@@ -16,7 +16,8 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 
 mkfifo "$world/display"
-Xvfb -displayfd 3 -screen 0 1280x900x24 -nolisten tcp 3>"$world/display" 2>"$world/xvfb.log" &
+# A server that reset itself after its last client, between two cases, would refuse the next one for a moment.
+Xvfb -displayfd 3 -screen 0 1280x900x24 -nolisten tcp -noreset 3>"$world/display" 2>"$world/xvfb.log" &
 xvfb=$!
 read -r number <"$world/display"
 

@@ -152,6 +152,15 @@ TEST_F(QtSavePanels, TheSuggestionCannotLeadOutOfTheFolder) {
   EXPECT_EQ(show("..").findChild<QLineEdit*>()->text().toStdString(), "");
 }
 
+TEST_F(QtSavePanels, ASuggestionWithQuotationMarksOrATildeStaysOneNameInTheFolder) {
+  saveButton(show("a\"b\"c.mp4")).click();
+  saveButton(show("~root")).click();
+  runTurns();
+  ASSERT_EQ(answers.size(), 2U);
+  EXPECT_EQ(answers[0], downloads / "a'b'c.mp4");
+  EXPECT_EQ(answers[1], downloads / "_root");
+}
+
 TEST_F(QtSavePanels, RemembersTheFolderOfTheLastChoice) {
   const std::filesystem::path other = folder.path().toStdString() + "/Other";
   std::filesystem::create_directory(other);

@@ -47,6 +47,17 @@ TEST_F(QtLabel, WrapsToItsMostLinesAndEndsInAnEllipsis) {
   EXPECT_FALSE(label.toolTip().isEmpty());
 }
 
+TEST_F(QtLabel, TakesOnlyTheReadableBeginningOfMegabytes) {
+  const std::string camera = "\xF0\x9F\x8E\xA5";  // two UTF-16 units, so that the cut could fall inside
+  std::string text = "x";
+  for (int i = 0; i < 500'000; ++i) text += camera;
+  const Label model(text, {.wraps = true, .maximumLines = 2});
+  const QtTextLabel label(model, &window);
+  EXPECT_LT(label.text().size(), 5000);
+  EXPECT_TRUE(text.starts_with(fromQString(label.text().chopped(1))));
+  EXPECT_TRUE(label.text().endsWith(QChar(0x2026)));
+}
+
 TEST_F(QtLabel, ShowsMarkupAsText) {
   const Label model("<b>not bold</b> &amp;", {.truncatesTail = true});
   QtTextLabel label(model, &window);
