@@ -75,4 +75,4 @@ process.on('SIGINT', () => {
   console.log('interrupted');
   process.exit(0);
 });
-server.listen(Number(process.env.PORT), process.env.HOST, () => console.log('listening'));
+server.listen(Number(process.env.PORT), process.env.HOST, () => console.log(`listening as ${process.pid}`));
