@@ -8,7 +8,24 @@ import path from 'node:path';
 const defaultHost = '127.0.0.1';
 const defaultPort = '43127';
 
-/** Reads the environment; throws an Error whose message names the variable that cannot be used. */
+/**
+ * @typedef {object} Config
+ * @property {string} host
+ * @property {number} port
+ * @property {string} address host and port, as a Host header names them
+ * @property {string} tempRoot absolute path
+ * @property {string} ytDlp
+ * @property {string} ffmpeg
+ * @property {string} ffprobe
+ * @property {boolean} toolsVerified the helper has found the tools in their places
+ * @property {number | null} parentPid the helper's process, null when the processor runs for itself
+ */
+
+/**
+ * Reads the environment; throws an Error whose message names the variable that cannot be used.
+ * @param {NodeJS.ProcessEnv} env
+ * @returns {Config}
+ */
 export function readConfig(env) {
   const host = env.HOST || defaultHost;
   if (!isLoopback(host)) throw new Error(`HOST must be a loopback address, not "${host}"`);
@@ -31,7 +48,10 @@ export function readConfig(env) {
   };
 }
 
-/** One sentence per tool that cannot be run; nothing when the helper has already checked them. */
+/**
+ * One sentence per tool that cannot be run; nothing when the helper has already checked them.
+ * @param {Config} config
+ */
 export function findMissingTools(config) {
   if (config.toolsVerified) return [];
   return [
@@ -43,22 +63,34 @@ export function findMissingTools(config) {
     .map(([name, file]) => `${name} cannot be run at ${file}`);
 }
 
+/** @param {string} host */
 function isLoopback(host) {
   return host === '::1' || (isIPv4(host) && host.startsWith('127.'));
 }
 
+/**
+ * @param {string} name
+ * @param {string} text
+ * @param {number} maximum
+ */
 function wholeNumber(name, text, maximum) {
   const value = /^[0-9]{1,10}$/.test(text) ? Number(text) : 0;
   if (value < 1 || value > maximum) throw new Error(`${name} must be a number from 1 to ${maximum}, not "${text}"`);
   return value;
 }
 
+/**
+ * @param {string | undefined} given
+ * @param {string} name
+ * @param {string | undefined} searchPath
+ */
 function locate(given, name, searchPath) {
   if (given) return given;
   const folders = (searchPath ?? '').split(path.delimiter).filter((folder) => path.isAbsolute(folder));
   return folders.map((folder) => path.join(folder, name)).find(isExecutable) ?? name;
 }
 
+/** @param {string} file */
 function isExecutable(file) {
   try {
     accessSync(file, constants.X_OK);

@@ -1,64 +1,85 @@
 // Which qualities a medium offers and which of its streams are taken for an output.
 
-/** The formats that can be downloaded and played: no picture boards, nothing under copy protection. */
-export function usableFormats(info) {
-  const formats = Array.isArray(info.formats) ? info.formats : [];
-  return formats.filter((format) => format.has_drm !== true && format.protocol !== 'mhtml' && format.ext !== 'mhtml');
-}
+/** @typedef {import('./medium.mjs').Format} Format */
+/** @typedef {import('./medium.mjs').Medium} Medium */
 
+/** @param {Format} format */
 export function hasPicture(format) {
-  return format.vcodec !== 'none' && Number.isInteger(format.height) && format.height > 0;
+  return format.vcodec !== 'none' && format.height !== undefined;
 }
 
+/** @param {Format} format */
 export function hasSound(format) {
   return format.acodec !== 'none';
 }
 
+/** @param {Format} format */
 export function qualityOf(format) {
   return `${format.height}p`;
 }
 
-/** The offered qualities, best first, each once. */
-export function qualitiesOf(info) {
-  const heights = usableFormats(info).filter(hasPicture).map((format) => format.height);
+/**
+ * The offered qualities, best first, each once.
+ * @param {Medium} medium
+ */
+export function qualitiesOf(medium) {
+  const heights = medium.formats.filter(hasPicture).map((format) => format.height ?? 0);
   return [...new Set(heights)].sort((a, b) => b - a).map((height) => `${height}p`);
 }
 
-/** { video, audio } for a quality, where audio is null when the video brings its sound or none exists; or null. */
-export function chooseForVideo(info, quality) {
-  const pictures = usableFormats(info).filter((format) => hasPicture(format) && qualityOf(format) === quality);
-  const sounds = soundOnly(info);
+/**
+ * The streams of a quality, where audio is null when the video brings its sound or none exists; null for a quality
+ * that the medium lacks.
+ * @param {Medium} medium
+ * @param {string} quality
+ * @returns {{ video: Format, audio: Format | null } | null}
+ */
+export function chooseForVideo(medium, quality) {
+  const pictures = medium.formats.filter((format) => hasPicture(format) && qualityOf(format) === quality);
+  const sounds = soundOnly(medium);
   const video = best(pictures, (format) => [
+    format.preference,
+    format.languagePreference,
     pictureRank(format.vcodec),
-    format.dynamic_range && format.dynamic_range !== 'SDR' ? 0 : 1,
+    format.dynamicRange && format.dynamicRange !== 'SDR' ? 0 : 1,
     format.ext === 'mp4' ? 1 : 0,
     hasSound(format) || sounds.length > 0 ? 1 : 0,
-    number(format.language_preference),
-    number(format.tbr),
+    format.sourcePreference,
+    format.quality,
+    format.tbr ?? 0,
   ]);
   if (!video) return null;
   const rank = isWebVideo(video.vcodec) ? webSoundRank : soundRank;
   return { video, audio: hasSound(video) ? null : bestSound(sounds, rank) };
 }
 
-/** The format whose sound is taken when only the sound is wanted, or null when there is none. */
-export function chooseForAudio(info) {
-  const pure = bestSound(soundOnly(info), soundRank);
+/**
+ * The format whose sound is taken when only the sound is wanted, or null when there is none.
+ * @param {Medium} medium
+ */
+export function chooseForAudio(medium) {
+  const pure = bestSound(soundOnly(medium), soundRank);
   if (pure) return pure;
-  const withPicture = usableFormats(info).filter((format) => hasSound(format) && format.vcodec !== 'none');
+  const withPicture = medium.formats.filter((format) => hasSound(format) && format.vcodec !== 'none');
   // The picture is thrown away, so a small one is enough; the smallest often comes with poor sound.
   const enough = 480;
-  return best(withPicture, (format) => [
-    number(format.language_preference),
-    number(format.abr),
-    number(format.height) <= enough ? number(format.height) : -number(format.height),
-    number(format.tbr),
+  return best(withPicture, ({ preference, languagePreference, sourcePreference, abr = 0, height = 0, tbr = 0 }) => [
+    preference,
+    languagePreference,
+    sourcePreference,
+    abr,
+    height <= enough ? height : -height,
+    tbr,
   ]);
 }
 
-/** "h264", "hevc", "av1", "vp9", ... for the many names that one codec has; "" for an unknown one. */
+/**
+ * "h264", "hevc", "av1", "vp9", ... for the many names that one codec has; "" for an unknown one.
+ * @param {string | undefined} codec
+ */
 export function codecFamily(codec) {
   const name = String(codec ?? '').toLowerCase();
+  /** @type {[RegExp, string][]} */
   const families = [
     [/^(avc|h264|x264)/, 'h264'],
     [/^(hev|hvc|h265|hevc|dvh)/, 'hevc'],
@@ -73,46 +94,57 @@ export function codecFamily(codec) {
   return families.find(([pattern]) => pattern.test(name))?.[1] ?? name;
 }
 
+/** @param {string | undefined} codec */
 export function isWebVideo(codec) {
   return ['vp8', 'vp9'].includes(codecFamily(codec));
 }
 
-function soundOnly(info) {
-  return usableFormats(info).filter((format) => format.vcodec === 'none' && hasSound(format));
+/** @param {Medium} medium */
+function soundOnly(medium) {
+  return medium.formats.filter((format) => format.vcodec === 'none' && hasSound(format));
 }
 
+/** @param {Format[]} sounds @param {(codec: string) => number} rank */
 function bestSound(sounds, rank) {
   return best(sounds, (format) => [
-    number(format.language_preference),
+    format.preference,
+    format.languagePreference,
     rank(format.acodec),
-    number(format.abr ?? format.tbr),
+    format.sourcePreference,
+    format.quality,
+    format.abr ?? format.tbr ?? 0,
   ]);
 }
 
 // H.264 plays everywhere; a stream that does not name its codec almost always is H.264.
+/** @param {string} codec */
 function pictureRank(codec) {
   const order = ['vp8', 'vp9', 'av1', 'hevc', '', 'h264'];
   return order.indexOf(codecFamily(codec));
 }
 
+/** @param {string} codec */
 function soundRank(codec) {
   const order = ['vorbis', 'opus', 'mp3', '', 'aac'];
   return order.indexOf(codecFamily(codec));
 }
 
+/** @param {string} codec */
 function webSoundRank(codec) {
   return ['vorbis', 'opus'].indexOf(codecFamily(codec));
 }
 
-function number(value) {
-  return Number.isFinite(value) ? value : 0;
-}
-
-// The item with the greatest key, keys being compared from left to right; the first of equals; null of none.
+// The item with the greatest key, keys being compared from left to right. yt-dlp puts better formats last, so the
+// last of equals is taken; null of none.
+/** @param {Format[]} items @param {(item: Format) => number[]} keyOf @returns {Format | null} */
 function best(items, keyOf) {
-  const isGreater = (a, b) => {
+  /** @param {number[]} a @param {number[]} b */
+  const isLess = (a, b) => {
     const place = a.findIndex((value, index) => value !== b[index]);
-    return place >= 0 && a[place] > b[place];
+    return place >= 0 && a[place] < b[place];
   };
-  return items.reduce((chosen, item) => (chosen && !isGreater(keyOf(item), keyOf(chosen)) ? chosen : item), null);
+  /** @type {Format | null} */
+  let chosen = null;
+  for (const item of items) if (!chosen || !isLess(keyOf(item), keyOf(chosen))) chosen = item;
+  return chosen;
 }

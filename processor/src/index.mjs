@@ -8,19 +8,34 @@ import { log } from './log.mjs';
 import { Media } from './media.mjs';
 import { watchParent } from './parent.mjs';
 import { newToken } from './secrets.mjs';
+import { readSettings } from './settings.mjs';
 import { Tools } from './tools.mjs';
+import { ytDlpVersionOf } from './versions.mjs';
 import { Workspace } from './workspace.mjs';
 
 // The helper sends SIGTERM two seconds after SIGINT; everything is over before that.
 const shutdownLimitMs = 1_700;
 
-const state = { stopping: false, server: null, jobs: null, tools: null, workspace: null };
+/**
+ * What has to be ended, as far as it exists.
+ * @type {{ stopping: boolean, server?: import('node:http').Server, jobs?: JobStore, tools?: Tools,
+ *     workspace?: Workspace }}
+ */
+const state = { stopping: false };
 
+/**
+ * @param {string} message
+ * @returns {never}
+ */
 function fail(message) {
   log(`cannot start: ${message}`);
   process.exit(1);
 }
 
+/**
+ * @param {string} reason
+ * @param {number} exitCode
+ */
 async function shutDown(reason, exitCode) {
   if (state.stopping) return;
   state.stopping = true;
@@ -54,6 +69,10 @@ function installEndings() {
   for (const stream of [process.stdout, process.stderr]) stream.on('error', () => {});
 }
 
+/**
+ * @param {NodeJS.ErrnoException} error
+ * @param {import('./config.mjs').Config} config
+ */
 function describeListenError(error, config) {
   const address = `${config.host}:${config.port}`;
   if (error.code === 'EADDRINUSE') return `port ${config.port} on ${config.host} is already in use`;
@@ -70,11 +89,13 @@ function start() {
   }
 
   const token = newToken();
-  const tools = (state.tools = new Tools());
-  const workspace = (state.workspace = new Workspace(config.tempRoot));
+  const workspace = (state.workspace = new Workspace(config.tempRoot, { log }));
+  const tools = (state.tools = new Tools(workspace));
   const jobs = (state.jobs = new JobStore({ workspace, log }));
-  const media = new Media({ config, tools });
-  const server = (state.server = createApi({ config, token, jobs, media, log }));
+  const ytDlpVersion = ytDlpVersionOf(tools, config.ytDlp);
+  const { settings, warnings } = readSettings(process.env);
+  const media = new Media({ config, tools, settings, ytDlpVersion });
+  const server = (state.server = createApi({ config, token, jobs, media, ytDlpVersion, log }));
 
   server.once('error', (error) => fail(describeListenError(error, config)));
   server.listen(config.port, config.host, () => {
@@ -84,13 +105,14 @@ function start() {
     server.on('error', (error) => log(`server error: ${error.message}`));
     try {
       workspace.open();
-      tools.startGuard(workspace.folder);
+      tools.startGuard();
     } catch (error) {
       fail(error.message);
     }
     log(`start: listening on ${config.host}:${config.port}, pid ${process.pid}`);
-    for (const missing of findMissingTools(config)) log(`warning: ${missing}`);
-    workspace.removeAbandoned(log);
+    for (const warning of [...findMissingTools(config), ...warnings]) log(`warning: ${warning}`);
+    workspace.removeAbandoned();
+    ytDlpVersion().then((day) => log(day ? `yt-dlp is ${day}` : 'warning: the version of yt-dlp cannot be told'));
     if (config.parentPid !== null) watchParent(config.parentPid, () => shutDown('the helper is gone', 0));
   });
 }

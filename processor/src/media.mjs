@@ -1,287 +1,230 @@
-// The work of the jobs: reads what a link leads to, and downloads one output of it.
+// The work of the jobs: reads what a link leads to, and saves one output of it.
 
-import { readdir, rm, stat, writeFile } from 'node:fs/promises';
+import { readdir, rm } from 'node:fs/promises';
 import path from 'node:path';
 
-import { JobFailure } from './errors.mjs';
-import {
-  convertArguments,
-  measureArguments,
-  parseConvertProgress,
-  parseMeasurement,
-  planAudio,
-  planVideo,
-} from './ffmpeg.mjs';
-import { chooseForAudio, chooseForVideo, hasPicture, qualitiesOf, usableFormats } from './formats.mjs';
+import { Converter } from './converter.mjs';
+import { Downloader, NothingDelivered } from './downloader.mjs';
+import { planAudio, planVideo, requireWhole } from './ffmpeg.mjs';
+import { chooseForAudio, chooseForVideo, hasPicture, qualitiesOf } from './formats.mjs';
+import { Gate } from './gate.mjs';
+import { defaultLimits, requireRoom, withinLimits } from './limits.mjs';
 import { proposeFilename } from './names.mjs';
-import { StreamProgress } from './stream_progress.mjs';
+import { Programs } from './programs.mjs';
 import { describeSubtitles, findTrack } from './subtitles.mjs';
-import { inspectArguments, parseProgress, readableError, streamArguments, subtitleArguments } from './ytdlp.mjs';
 
-const inspectLimitMs = 180_000;
-const measureLimitMs = 10_000;
+/** @typedef {import('./downloader.mjs').Context} Context */
+/** @typedef {import('./medium.mjs').Medium} Medium */
+/** @typedef {{ link: string, browserLogin: string | null }} MediaOrder */
+/** @typedef {MediaOrder & { mode: 'video' | 'audio' | 'subtitle', quality?: string, trackId?: string,
+ *   subtitleFormat?: string }} JobOrder */
+/** @typedef {Pick<Context, 'folder' | 'signal' | 'report'>} JobContext */
+/** @typedef {{ file: string, suffixes: string[] }} Saved */
+
 const measuredFormatsLimit = 3;
-
-// Where in a job's 0 to 100 its steps lie.
-const analysisShare = { measuring: 80 };
-const downloadShare = { start: 2, end: 92 };
-const convertShare = { start: 92, end: 99 };
+const measuringProgress = 80;
+// Sites give out addresses of streams for some hours at best, and change what they offer at any time.
+const youngMs = 5 * 60_000;
+const rememberedLimit = 8;
 
 export class Media {
-  #config;
-  #tools;
+  #downloader;
+  #converter;
+  #limits;
+  #now;
+  /** @type {Map<string, { medium: Medium, at: number }>} */
+  #remembered = new Map();
 
-  constructor({ config, tools }) {
-    this.#config = config;
-    this.#tools = tools;
+  /**
+   * @param {object} options
+   * @param {{ ytDlp: string, ffmpeg: string, ffprobe: string }} options.config
+   * @param {import('./tools.mjs').Tools} options.tools
+   * @param {import('./settings.mjs').Settings} [options.settings]
+   * @param {() => Promise<string | null>} [options.ytDlpVersion]
+   * @param {import('./limits.mjs').Limits} [options.limits]
+   * @param {() => number} [options.now]
+   */
+  constructor({ config, tools, settings, ytDlpVersion = async () => null, limits = defaultLimits, now = Date.now }) {
+    const { anyCertificate = false, ...network } = settings ?? {};
+    const programs = new Programs({ config, tools, gate: new Gate({ network, env: process.env }) });
+    this.#downloader = new Downloader({ programs, anyCertificate, version: ytDlpVersion });
+    this.#converter = new Converter({ programs });
+    this.#limits = limits;
+    this.#now = now;
   }
 
-  /** Work of an analysis job: fills in its answer and resolves to what was offered, { qualities, trackIds }. */
-  async analyse({ link, browserLogin }, job, folder, signal) {
-    job.report({ status: 'probing', stage: 'Reading the link…' });
-    const context = { job, folder, signal };
-    const info = await this.#inspect({ link, browserLogin }, context);
-    job.report({ stage: 'Measuring the media…', progress: analysisShare.measuring });
-    const duration = info.duration > 0 ? info.duration : await this.#measureDuration(info, context);
-    const qualities = qualitiesOf(info);
-    const { tracks, originalLanguage, recommendedSubtitleId } = describeSubtitles(info);
-    job.answer = {
-      ...(typeof info.title === 'string' && info.title.trim() ? { title: info.title.trim() } : {}),
-      ...(Number.isFinite(duration) ? { duration } : {}),
+  /**
+   * Work of an analysis job: resolves to its answer and to what it offers.
+   * @param {MediaOrder} order
+   * @param {JobContext} jobContext
+   */
+  async analyse(order, jobContext) {
+    const context = { ...jobContext, ...order };
+    const medium = await this.#inspect(context);
+    context.report({ stage: 'Measuring the media…', progress: measuringProgress });
+    medium.duration ??= await this.#measureDuration(medium, context);
+    this.#remember(order, medium);
+    const qualities = qualitiesOf(medium);
+    const { tracks, originalLanguage, recommendedSubtitleId } = describeSubtitles(medium);
+    const answer = {
+      ...(medium.title ? { title: medium.title } : {}),
+      duration: medium.duration,
       formats: qualities.map((quality) => ({ quality })),
       subtitles: tracks,
       originalLanguage,
       recommendedSubtitleId,
     };
-    return { qualities, trackIds: tracks.map((track) => track.id) };
+    return { answer, qualities, trackIds: tracks.map((track) => track.id) };
   }
 
-  /** Work of a download job: leaves one file in `folder` and names it in the job's result. */
-  async download(order, job, folder, signal) {
-    const context = { job, folder, signal, browserLogin: order.browserLogin };
-    job.report({ status: 'probing', stage: 'Reading the link…' });
-    const info = await this.#inspect(order, context);
-    const save = { video: this.#saveVideo, audio: this.#saveAudio, subtitle: this.#saveSubtitle }[order.mode];
-    const { file, suffixes } = await save.call(this, order, info, context);
-    await requireContent(file);
-    await removeOthers(folder, file);
-    job.result = { file, filename: proposeFilename(info.title, ...suffixes) };
+  /**
+   * Work of a download job: leaves one file in the job's folder and resolves to it.
+   * @param {JobOrder} order
+   * @param {JobContext} jobContext
+   */
+  async download(order, { folder, signal, report }) {
+    return withinLimits({ folder, signal, limits: this.#limits }, async (limitedSignal) => {
+      const { link, browserLogin } = order;
+      const context = { folder, signal: limitedSignal, report, link, browserLogin };
+      const { medium, saved } = await this.#saveFromYoungest(order, context);
+      await removeAllBut(folder, saved.file);
+      return { result: { file: saved.file, filename: proposeFilename(medium.title, ...saved.suffixes) } };
+    });
   }
 
-  async #saveVideo({ quality }, info, context) {
-    const chosen = chooseForVideo(info, quality);
-    if (!chosen) throw new JobFailure(`This link does not offer ${quality}.`);
+  // What the analysis has just read need not be read again. When nothing comes of it, the site may have changed its
+  // mind since.
+  /** @param {JobOrder} order @param {Context} context */
+  async #saveFromYoungest(order, context) {
+    const known = this.#recall(order);
+    if (known) {
+      try {
+        return { medium: known, saved: await this.#save(order, known, context) };
+      } catch (error) {
+        if (!(error instanceof NothingDelivered)) throw error;
+        await removeAllBut(context.folder, null);
+      }
+    }
+    const medium = await this.#inspect(context);
+    return { medium, saved: await this.#save(order, medium, context) };
+  }
+
+  /** @param {JobOrder} order @param {Medium} medium @param {Context} context */
+  #save(order, medium, context) {
+    if (order.mode === 'video') return this.#saveVideo(order, medium, context);
+    return order.mode === 'audio' ? this.#saveAudio(medium, context) : this.#saveSubtitle(order, medium, context);
+  }
+
+  /** @param {JobOrder} order @param {Medium} medium @param {Context} context @returns {Promise<Saved>} */
+  async #saveVideo({ quality = '' }, medium, context) {
+    const chosen = chooseForVideo(medium, quality);
+    if (!chosen) throw new NothingDelivered(`This link does not offer ${quality}.`);
     const streams = [{ id: 'video', format: chosen.video }];
     if (chosen.audio) streams.push({ id: 'audio', format: chosen.audio });
-    const files = await this.#fetchStreams(streams, info, context);
-    const measured = await Promise.all(files.map((file) => this.#measure(file, context)));
+    const files = await this.#fetchStreams(streams, medium, context);
+    const measured = await Promise.all(files.map((file) => this.#converter.measure(file, context)));
+    requireWhole(measured[0], { picture: true, sound: false });
     const soundIndex = measured.findLastIndex((measurement) => measurement?.audio);
     const plan = planVideo(measured[0]?.video, measured[soundIndex]?.audio);
-    const file = await this.#convert(
-      {
-        inputs: files,
-        maps: ['0:v:0', ...(soundIndex >= 0 ? [`${soundIndex}:a:0`] : [])],
-        stage: files.length > 1 ? 'Merging video and audio…' : 'Preparing the video…',
-        duration: measured[0]?.duration,
-      },
-      plan,
-      info,
-      context,
-    );
+    const stage = files.length > 1 ? 'Merging video and audio…' : 'Preparing the video…';
+    const maps = ['0:v:0', ...(soundIndex >= 0 ? [`${soundIndex}:a:0`] : [])];
+    const { title } = medium;
+    const convert = { inputs: files, maps, stage, title, duration: measured[0]?.duration, plan };
+    const file = await this.#converter.convert(convert, context);
+    const wanted = { picture: true, sound: soundIndex >= 0 || chosen.audio !== null, duration: medium.duration };
+    requireWhole(await this.#converter.measure(file, context), wanted);
     return { file, suffixes: [plan.ext] };
   }
 
-  async #saveAudio(order, info, context) {
-    const format = chooseForAudio(info);
-    if (!format) throw new JobFailure('This link has no sound to save.');
-    const [source] = await this.#fetchStreams([{ id: 'audio', format }], info, context);
-    const measured = await this.#measure(source, context);
-    if (measured && !measured.audio) throw new JobFailure('This link has no sound to save.');
+  /** @param {Medium} medium @param {Context} context @returns {Promise<Saved>} */
+  async #saveAudio(medium, context) {
+    const format = chooseForAudio(medium);
+    if (!format) throw new NothingDelivered('This link has no sound to save.');
+    const [source] = await this.#fetchStreams([{ id: 'audio', format }], medium, context);
+    const measured = await this.#converter.measure(source, context);
+    requireWhole(measured, { picture: false, sound: true });
     const plan = planAudio(measured?.audio);
-    const file = await this.#convert(
-      { inputs: [source], maps: ['0:a:0'], stage: 'Preparing the audio…', duration: measured?.duration },
-      plan,
-      info,
-      context,
-    );
+    const { title } = medium;
+    const stage = 'Preparing the audio…';
+    const convert = { inputs: [source], maps: ['0:a:0'], stage, title, duration: measured?.duration, plan };
+    const file = await this.#converter.convert(convert, context);
+    const wanted = { picture: false, sound: true, duration: medium.duration };
+    requireWhole(await this.#converter.measure(file, context), wanted);
     return { file, suffixes: [plan.ext] };
   }
 
-  async #saveSubtitle({ trackId, subtitleFormat }, info, context) {
-    const track = findTrack(info, trackId, subtitleFormat);
-    if (!track) throw new JobFailure('This link does not have the chosen subtitle track.');
-    const { folder, job, browserLogin } = context;
-    job.report({ status: 'downloading', stage: 'Downloading subtitle…', progress: downloadShare.start });
-    // The track gets a name of ours: the site's could not be told from a pattern or a path.
-    const only = { subtitles: { track: [track.files[0]] }, automatic_captions: {} };
-    const infoFile = await writeInfo(folder, { ...info, ...only });
-    const progress = new StreamProgress([{ id: 'subtitle', format: {} }]);
-    await this.#runYtDlp(
-      subtitleArguments({ infoFile, folder, format: subtitleFormat, browserLogin, ffmpeg: this.#config.ffmpeg }),
-      context,
-      // yt-dlp names the format it would have downloaded, not the track.
-      (line) => followDownload(job, progress, parseProgress(line), 'subtitle'),
-    );
-    const names = await readdir(folder);
-    const name = names.find((entry) => entry.startsWith('subtitle.') && entry.endsWith(`.${subtitleFormat}`));
-    if (!name) throw new JobFailure('The subtitle track could not be fetched.');
-    return { file: path.join(folder, name), suffixes: [track.language, subtitleFormat] };
+  /** @param {JobOrder} order @param {Medium} medium @param {Context} context @returns {Promise<Saved>} */
+  async #saveSubtitle({ trackId = '', subtitleFormat = 'vtt' }, medium, context) {
+    const track = findTrack(medium, trackId, subtitleFormat);
+    if (!track) throw new NothingDelivered('This link does not have the chosen subtitle track.');
+    const fetched = await this.#downloader.fetchSubtitle(track.file, medium, context);
+    const order = { file: fetched, format: subtitleFormat, automatic: track.automatic };
+    const file = await this.#converter.convertSubtitle(order, context);
+    return { file, suffixes: [track.language, subtitleFormat] };
   }
 
-  // What yt-dlp knows about the link: one medium with its formats, heights filled in where only the file knows them.
-  async #inspect({ link, browserLogin }, context) {
-    const { stdout, ...end } = await this.#tools.run(
-      this.#config.ytDlp,
-      inspectArguments({ link, browserLogin }),
-      this.#options('yt-dlp', context, { timeoutMs: inspectLimitMs }),
-    );
-    const answer = parseJson(stdout);
-    if (end.code !== 0 || !answer) throw new JobFailure(readableError(end.stderr, end));
-    const info = onlyMedium(answer);
-    if (info.is_live === true) throw new JobFailure('A live stream cannot be saved before it has ended.');
-    await this.#fillInHeights(info, context);
-    return info;
+  /**
+   * @param {{ id: string, format: import('./medium.mjs').Format }[]} streams
+   * @param {Medium} medium
+   * @param {Context} context
+   */
+  async #fetchStreams(streams, medium, context) {
+    // The streams and the result that is made of them lie side by side for a while.
+    const bytes = 2 * streams.reduce((sum, { format }) => sum + (format.bytes ?? 0), 0);
+    await requireRoom(context.folder, bytes, this.#limits);
+    return this.#downloader.fetchStreams(streams, medium, context);
   }
 
-  async #fillInHeights(info, context) {
-    const formats = usableFormats(info);
-    if (formats.some(hasPicture)) return;
-    const unknown = formats.filter((format) => format.vcodec !== 'none' && format.url);
+  // What yt-dlp knows about the link, heights filled in where only the file knows them.
+  /** @param {Context} context */
+  async #inspect(context) {
+    context.report({ status: 'probing', stage: 'Reading the link…' });
+    const medium = await this.#downloader.inspect(context);
+    if (medium.formats.some(hasPicture)) return medium;
+    const unknown = medium.formats.filter((format) => format.vcodec !== 'none');
     for (const format of unknown.slice(0, measuredFormatsLimit)) {
-      const measured = await this.#measureRemote(format, info, context);
+      const measured = await this.#converter.measureRemote(format, context);
       if (!measured) continue;
       format.height = measured.height;
       format.vcodec = measured.video ?? 'none';
       format.acodec = measured.audio ?? 'none';
-      info.duration ??= measured.duration;
+      medium.duration ??= measured.duration;
     }
+    return medium;
   }
 
   // A stream list tells its length without being downloaded; the smallest one is the cheapest to look into.
-  async #measureDuration(info, context) {
-    const formats = usableFormats(info).filter((format) => format.url);
-    const [smallest] = formats.sort((a, b) => (a.tbr ?? 0) - (b.tbr ?? 0));
-    return smallest && (await this.#measureRemote(smallest, info, context))?.duration;
+  /** @param {Medium} medium @param {Context} context */
+  async #measureDuration({ formats }, context) {
+    const [smallest] = [...formats].sort((a, b) => (a.tbr ?? 0) - (b.tbr ?? 0));
+    return smallest && (await this.#converter.measureRemote(smallest, context))?.duration;
   }
 
-  async #measureRemote(format, info, context) {
-    const headers = format.http_headers ?? info.http_headers ?? {};
-    return /^https?:/.test(format.url) ? this.#measure(format.url, context, headers) : null;
+  /** @param {MediaOrder} order @param {Medium} medium */
+  #remember(order, medium) {
+    this.#remembered.delete(keyOf(order));
+    this.#remembered.set(keyOf(order), { medium, at: this.#now() });
+    const [oldest] = this.#remembered.keys();
+    if (this.#remembered.size > rememberedLimit) this.#remembered.delete(oldest);
   }
 
-  // A measurement that fails only means that less is known.
-  async #measure(target, context, headers) {
-    try {
-      const options = this.#options('ffprobe', context, { timeoutMs: measureLimitMs });
-      const { code, stdout } = await this.#tools.run(this.#config.ffprobe, measureArguments(target, headers), options);
-      return code === 0 ? parseMeasurement(stdout) : null;
-    } catch (error) {
-      if (error instanceof JobFailure) return null;
-      throw error;
-    }
-  }
-
-  // Downloads the streams one after the other; resolves to their files in the same order.
-  async #fetchStreams(streams, info, context) {
-    const { job, folder, browserLogin } = context;
-    const progress = new StreamProgress(streams, info.duration);
-    job.report({ status: 'downloading', stage: `Downloading ${streams[0].id}…`, progress: downloadShare.start });
-    const formats = streams.map(({ id, format }) => ({ ...format, format_id: id }));
-    const infoFile = await writeInfo(folder, { ...info, formats, subtitles: {}, automatic_captions: {} });
-    const formatIds = streams.map(({ id }) => id);
-    await this.#runYtDlp(
-      streamArguments({ infoFile, folder, formatIds, browserLogin, ffmpeg: this.#config.ffmpeg }),
-      context,
-      (line) => followDownload(job, progress, parseProgress(line)),
-    );
-    const names = await readdir(folder);
-    return formatIds.map((id) => {
-      const name = names.find((entry) => entry.startsWith(`${id}.`) && !/\.(part|ytdl|temp\.\w+)$/.test(entry));
-      if (!name) throw new JobFailure(`yt-dlp did not deliver the ${id}.`);
-      return path.join(folder, name);
-    });
-  }
-
-  async #convert({ inputs, maps, stage, duration }, { ext, codecs }, info, context) {
-    const { job, folder } = context;
-    job.report({ status: 'processing', stage, progress: convertShare.start });
-    const output = path.join(folder, `result.${ext}`);
-    const title = typeof info.title === 'string' ? info.title.replaceAll('\0', '') : '';
-    const end = await this.#tools.run(
-      this.#config.ffmpeg,
-      convertArguments({ inputs, maps, codecs, title, output }),
-      this.#options('ffmpeg', context, {
-        onLine: (line) => {
-          const seconds = parseConvertProgress(line);
-          if (seconds !== null && duration > 0) job.report({ progress: within(convertShare, seconds / duration) });
-        },
-      }),
-    );
-    if (end.code !== 0) throw new JobFailure(readableError(end.stderr, end, 'ffmpeg'));
-    return output;
-  }
-
-  async #runYtDlp(args, context, onLine) {
-    const end = await this.#tools.run(this.#config.ytDlp, args, this.#options('yt-dlp', context, { onLine }));
-    if (end.code !== 0) throw new JobFailure(readableError(end.stderr, end));
-  }
-
-  #options(name, { folder, signal }, more) {
-    return { name, cwd: folder, env: toolEnvironment(folder), signal, ...more };
+  /** @param {MediaOrder} order */
+  #recall(order) {
+    const found = this.#remembered.get(keyOf(order));
+    return found && this.#now() - found.at < youngMs ? found.medium : undefined;
   }
 }
 
-// The tools keep their temporary files, such as copies of a browser's cookies, where the job's end removes them.
-function toolEnvironment(folder) {
-  const { HOST, PORT, TEMP_ROOT, ZUNTO_HELPER_PARENT_PID, ZUNTO_DEPENDENCIES_VERIFIED, ...env } = process.env;
-  return { ...env, TMPDIR: folder, PYTHONIOENCODING: 'utf-8' };
+// Another login may be offered other media behind the same link.
+/** @param {MediaOrder} order */
+function keyOf({ link, browserLogin }) {
+  return JSON.stringify([link, browserLogin]);
 }
 
-function onlyMedium(answer) {
-  if (answer._type !== 'playlist' && answer._type !== 'multi_video') return answer;
-  const entries = (answer.entries ?? []).filter(Boolean);
-  if (entries.length === 1 && answer.playlist_count === 1) return entries[0];
-  if (entries.length === 0) throw new JobFailure('This link leads to no media.');
-  throw new JobFailure('This link leads to a list of media. Use the link of one of them.');
-}
-
-// Without the page's address yt-dlp reports a failed download as such instead of reading the link again, which
-// could lead to other formats than the chosen ones.
-async function writeInfo(folder, info) {
-  const { webpage_url, original_url, url, requested_formats, requested_downloads, ...kept } = info;
-  const file = path.join(folder, 'info.json');
-  await writeFile(file, JSON.stringify(kept), { mode: 0o600 });
-  return file;
-}
-
-function followDownload(job, progress, report, id = report?.id) {
-  if (!report) return;
-  progress.update({ ...report, id });
-  const stage = progress.allFinished ? 'Preparing the download…' : `Downloading ${id}…`;
-  job.report({ stage, progress: within(downloadShare, progress.fraction) });
-}
-
-function within({ start, end }, fraction) {
-  return start + (end - start) * Math.min(1, Math.max(0, fraction));
-}
-
-function parseJson(text) {
-  try {
-    const value = JSON.parse(text);
-    return typeof value === 'object' ? value : null;
-  } catch {
-    return null;
-  }
-}
-
-async function requireContent(file) {
-  const { size } = await stat(file);
-  if (size === 0) throw new JobFailure('The download is empty.');
-}
-
-// The streams have been merged and the information file may name cookies; only the result is kept.
-async function removeOthers(folder, file) {
+// What a result was made of is of no use beside it, and the information file may name cookies.
+/** @param {string} folder @param {string | null} file */
+async function removeAllBut(folder, file) {
   const names = await readdir(folder);
-  const others = names.filter((name) => name !== path.basename(file));
+  const others = names.filter((name) => file === null || name !== path.basename(file));
   await Promise.all(others.map((name) => rm(path.join(folder, name), { recursive: true, force: true })));
 }

@@ -8,8 +8,10 @@ const intervalMs = 500;
 const system = { look: identify, ownParent: () => process.ppid, everyMs: intervalMs };
 
 /**
- * Calls `onGone` once when process `pid` has ended, at once when it already has. `world` is how processes are looked
- * at and how often.
+ * Calls `onGone` once when process `pid` has ended, at once when it already has.
+ * @param {number} pid
+ * @param {() => void} onGone
+ * @param {typeof system} [world] how processes are looked at and how often
  */
 export function watchParent(pid, onGone, world = system) {
   const isOwnParent = world.ownParent() === pid;

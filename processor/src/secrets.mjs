@@ -14,8 +14,12 @@ export function newJobId() {
   return randomBytes(secretBytes).toString('base64url');
 }
 
-/** Compares in a time that depends neither on where the texts differ nor on the length of the candidate. */
+/**
+ * Compares in a time that depends neither on where the texts differ nor on the length of the candidate.
+ * @param {string} candidate
+ * @param {string} secret
+ */
 export function sameSecret(candidate, secret) {
-  const digest = (text) => createHash('sha256').update(text).digest();
+  const digest = (/** @type {string} */ text) => createHash('sha256').update(text).digest();
   return timingSafeEqual(digest(candidate), digest(secret));
 }

@@ -6,6 +6,7 @@ import { spawn } from 'node:child_process';
 import { setTimeout as delay } from 'node:timers/promises';
 
 import { Cancelled, JobFailure } from './errors.mjs';
+import { groupLives } from './processes.mjs';
 
 // A cancelled tool is asked to end, then killed; together well below the two seconds that a cancellation may take.
 const termGraceMs = 700;
@@ -19,7 +20,7 @@ const lineLimit = 64 * 1024;
 
 const guardScript = `
 trap '' INT TERM HUP
-folder=$1
+root=$1 folder=$2
 groups=' '
 while read -r verb group; do
   case $verb in
@@ -28,17 +29,45 @@ while read -r verb group; do
   esac
 done
 for group in $groups; do kill -s KILL -- "-$group" 2>/dev/null; done
-rm -rf -- "$folder"
+# What somebody else has put in the place of the root is left alone.
+if [ -O "$root" ] && [ ! -L "$root" ]; then rm -rf -- "$folder"; fi
 `;
 
-export class Tools {
-  #groups = new Set();
-  #guard = null;
+/**
+ * @typedef {object} RunOptions
+ * @property {string} name what the user knows the program as
+ * @property {string} [folder] of the job, in which it runs
+ * @property {NodeJS.ProcessEnv} [env]
+ * @property {AbortSignal} [signal]
+ * @property {(line: string) => void} [onLine] gets each line of standard output as it comes; without it the output is
+ *     collected
+ * @property {number} [timeoutMs]
+ * @property {number} [outputLimit] bytes of collected output
+ *
+ * @typedef {object} RunEnd
+ * @property {number | null} code
+ * @property {NodeJS.Signals | null} signal
+ * @property {string} stdout
+ * @property {string} stderr the last part of it
+ */
 
-  /** Starts the guard, which also removes `folder` when this process dies without having done so. */
-  startGuard(folder) {
+export class Tools {
+  /** @type {Set<number>} */
+  #groups = new Set();
+  /** @type {import('node:stream').Writable | null} */
+  #guard = null;
+  #workspace;
+
+  /** @param {import('./workspace.mjs').Workspace} workspace it knows whether the folder of a job is still its own */
+  constructor(workspace) {
+    this.#workspace = workspace;
+  }
+
+  /** Starts the guard, which also removes the run's folder when this process dies without having done so. */
+  startGuard() {
+    const { root, folder } = this.#workspace;
     // stdin is the lifeline: the kernel closes it whatever ends this process.
-    const guard = spawn('/bin/sh', ['-c', guardScript, 'guard', folder], {
+    const guard = spawn('/bin/sh', ['-c', guardScript, 'guard', root, folder], {
       cwd: '/',
       detached: true,
       stdio: ['pipe', 'ignore', 'ignore'],
@@ -46,20 +75,24 @@ export class Tools {
     guard.on('error', () => {});
     guard.stdin.on('error', () => {});
     guard.unref();
-    this.#guard = guard;
+    this.#guard = guard.stdin;
   }
 
   /**
    * Runs one program to its end.
    *
-   * `onLine` receives each line of standard output as it comes; without it the output is collected as text, up to
-   * `outputLimit` bytes. Resolves to { code, signal, stdout, stderr }, where stderr is the last part of it.
-   * Rejects with Cancelled once the whole group is gone after `signal` was aborted, and with JobFailure when the
-   * program cannot be started, writes too much or needs longer than `timeoutMs`.
+   * Rejects with Cancelled once the whole group is gone after `signal` was aborted, with LostFolder when the folder is
+   * not the job's any more, and with JobFailure when the program cannot be started, writes too much or needs longer
+   * than `timeoutMs`.
+   * @param {string} file
+   * @param {string[]} args
+   * @param {RunOptions} options
+   * @returns {Promise<RunEnd>}
    */
-  async run(file, args, { name, cwd, env, signal, onLine, timeoutMs, outputLimit = defaultOutputLimit }) {
+  async run(file, args, { name, folder, env, signal, onLine, timeoutMs, outputLimit = defaultOutputLimit }) {
     if (signal?.aborted) throw new Cancelled();
-    const child = start(name, file, args, { cwd, env, detached: true, stdio: ['ignore', 'pipe', 'pipe'] });
+    if (folder) this.#workspace.requireJobFolder(folder);
+    const child = start(name, file, args, { cwd: folder ?? '/', env });
     const ended = endOf(child);
     if (child.pid === undefined) {
       const { error } = await ended;
@@ -67,9 +100,11 @@ export class Tools {
     }
     const group = this.#add(child.pid);
 
+    /** @type {Error | null} */
     let failure = null;
+    /** @type {Promise<void> | null} */
     let stopping = null;
-    const stop = (reason) => {
+    const stop = (/** @type {Error} */ reason) => {
       failure ??= reason;
       stopping ??= this.#stop(group);
     };
@@ -88,6 +123,8 @@ export class Tools {
     await stopping;
     this.#remove(group);
     if (failure) throw failure;
+    // What a program says about a folder that went away under it helps nobody.
+    if (folder && end.code !== 0) this.#workspace.requireJobFolder(folder);
     return { code: end.code, signal: end.signal, stdout: stdout(), stderr: stderr() };
   }
 
@@ -101,17 +138,20 @@ export class Tools {
     for (const group of this.#groups) signalGroup(group, 'SIGKILL');
   }
 
+  /** @param {number} pid */
   #add(pid) {
     this.#groups.add(pid);
-    this.#guard?.stdin.write(`add ${pid}\n`);
+    this.#guard?.write(`add ${pid}\n`);
     return pid;
   }
 
+  /** @param {number} group */
   #remove(group) {
     this.#groups.delete(group);
-    this.#guard?.stdin.write(`drop ${group}\n`);
+    this.#guard?.write(`drop ${group}\n`);
   }
 
+  /** @param {number} group */
   async #stop(group) {
     signalGroup(group, 'SIGTERM');
     if (await groupEnds(group, termGraceMs)) return;
@@ -120,22 +160,32 @@ export class Tools {
   }
 }
 
-// Some failures, such as arguments longer than the system takes, are thrown at once instead of being reported later.
+/**
+ * Some failures, such as arguments longer than the system takes, are thrown at once instead of being reported later.
+ * @param {string} name
+ * @param {string} file
+ * @param {string[]} args
+ * @param {{ cwd: string, env?: NodeJS.ProcessEnv }} options
+ */
 function start(name, file, args, options) {
   try {
-    return spawn(file, args, options);
+    return spawn(file, args, { ...options, detached: true, stdio: ['ignore', 'pipe', 'pipe'] });
   } catch (error) {
     throw new JobFailure(describeStartError(name, error));
   }
 }
 
-// Resolves to { code, signal } when the child has ended and its output was read, or to { error }.
+/**
+ * Resolves when the child has ended and its output was read, with an error when it never started.
+ * @param {ReturnType<typeof start>} child
+ * @returns {Promise<{ code: number | null, signal: NodeJS.Signals | null, error?: NodeJS.ErrnoException }>}
+ */
 function endOf(child) {
   return new Promise((resolve) => {
-    child.once('error', (error) => resolve({ error }));
+    child.once('error', (error) => resolve({ code: null, signal: null, error }));
     child.once('exit', (code, signal) => {
       // What the tool has started ends with it, however the tool itself ended.
-      signalGroup(child.pid, 'SIGKILL');
+      if (child.pid !== undefined) signalGroup(child.pid, 'SIGKILL');
       const giveUp = setTimeout(() => {
         child.stdout.destroy();
         child.stderr.destroy();
@@ -148,30 +198,47 @@ function endOf(child) {
   });
 }
 
+/**
+ * @param {number} group
+ * @param {NodeJS.Signals} name
+ */
 function signalGroup(group, name) {
   try {
     process.kill(-group, name);
-    return true;
   } catch {
-    return false;
+    // It has ended.
   }
 }
 
+/**
+ * @param {number} group
+ * @param {number} limitMs
+ */
 async function groupEnds(group, limitMs) {
   const deadline = performance.now() + limitMs;
-  while (signalGroup(group, 0)) {
+  while (groupLives(group)) {
     if (performance.now() > deadline) return false;
     await delay(groupPollMs);
   }
   return true;
 }
 
+/**
+ * @param {string} name
+ * @param {NodeJS.ErrnoException} [error]
+ */
 function describeStartError(name, error) {
   if (error?.code === 'ENOENT') return `${name} could not be found.`;
   return `${name} could not be started: ${error?.message ?? 'unknown reason'}.`;
 }
 
+/**
+ * @param {import('node:stream').Readable} stream
+ * @param {number} limit
+ * @param {() => void} onTooMuch
+ */
 function collect(stream, limit, onTooMuch) {
+  /** @type {Buffer[]} */
   const chunks = [];
   let size = 0;
   stream.on('data', (chunk) => {
@@ -182,6 +249,10 @@ function collect(stream, limit, onTooMuch) {
   return () => Buffer.concat(chunks).toString('utf8');
 }
 
+/**
+ * @param {import('node:stream').Readable} stream
+ * @param {number} limit
+ */
 function collectLast(stream, limit) {
   let kept = Buffer.alloc(0);
   stream.on('data', (chunk) => {
@@ -190,12 +261,16 @@ function collectLast(stream, limit) {
   return () => kept.toString('utf8');
 }
 
+/**
+ * @param {import('node:stream').Readable} stream
+ * @param {(line: string) => void} onLine
+ */
 function splitLines(stream, onLine) {
   let rest = '';
   stream.setEncoding('utf8');
   stream.on('data', (text) => {
     const lines = (rest + text).split(/[\r\n]+/);
-    rest = lines.pop().slice(-lineLimit);
+    rest = (lines.pop() ?? '').slice(-lineLimit);
     lines.filter(Boolean).forEach(onLine);
   });
   stream.on('end', () => rest && onLine(rest));

@@ -1,39 +1,70 @@
-// How yt-dlp is called and how its answers are read. The user's own yt-dlp configuration stays in force on purpose
-// (proxies and certificate settings live there); what would move or rename our files is overridden here.
+// How yt-dlp is called and how its lines are read. It is run in the folder of the job, and names of files are relative
+// to that: yt-dlp expands variables and fields in the paths that it is given.
+//
+// yt-dlp gets no ffmpeg. What it would have done by it (mending, merging, converting, some kinds of streams) is done
+// here or not at all, since ffmpeg must be told which inputs it may open.
 
 const progressMark = '@progress ';
+const fileMark = '@file ';
 const progressFields = 'status,downloaded_bytes,total_bytes,total_bytes_estimate';
-const messageLimit = 300;
+const firstWithRuntimes = '2025.11.12';
 
-const commonArguments = [
-  '--no-playlist',
-  '--no-progress',
-  '--no-exec',
-  '--no-download-archive',
-  '--socket-timeout',
-  '20',
-];
+/**
+ * One line on the state of a download; numbers are null when they are not known.
+ * @typedef {{ id: string, finished: boolean, done: number | null, total: number | null, estimate: number | null }}
+ *   ProgressReport
+ *
+ * What every call is told: the day of yt-dlp's version when it is known, whether a site's certificate may be one that
+ * nobody vouches for, and the browser whose login is used.
+ * @typedef {{ version: string | null, anyCertificate: boolean, browserLogin: string | null }} Manner
+ */
 
-/** Reads what a link leads to, as JSON on standard output. Of a playlist only the first entry is looked at. */
-export function inspectArguments({ link, browserLogin }) {
+/** @param {Manner} manner */
+function commonArguments({ version, anyCertificate, browserLogin }) {
   return [
-    ...commonArguments,
+    // The user's yt-dlp is set up for the user: options for cookies, formats, names or sections would change every job.
+    '--ignore-config',
+    '--no-playlist',
+    '--no-progress',
+    '--socket-timeout',
+    '20',
+    '--ffmpeg-location',
+    'none',
+    // Some sites hide their addresses behind a script, which this very program can run.
+    ...(version !== null && version >= firstWithRuntimes ? ['--js-runtimes', `node:${process.execPath}`] : []),
+    ...(anyCertificate ? ['--no-check-certificates'] : []),
+    ...(browserLogin ? ['--cookies-from-browser', browserLogin] : []),
+  ];
+}
+
+/**
+ * Reads what a link leads to, as JSON on standard output. Of a playlist only the first entry is looked at.
+ * @param {string} link
+ * @param {Manner} manner
+ */
+export function inspectArguments(link, manner) {
+  return [
+    ...commonArguments(manner),
     '--dump-single-json',
     '--playlist-items',
     '1',
-    // The choice of format is ours; a preference in the user's configuration must not make the reading fail.
+    // The choice of format is ours; a medium that yt-dlp's own choice does not fit must not make the reading fail.
     '--format',
     'b*/bv*/ba*',
-    ...cookieArguments(browserLogin),
+    '--ignore-no-formats-error',
     '--',
     link,
   ];
 }
 
-/** Downloads the formats of an information file, each into "<format id>.<extension>" in `folder`. */
-export function streamArguments({ infoFile, folder, formatIds, browserLogin, ffmpeg }) {
+/**
+ * Downloads the formats of an information file and reports the file of each (see parseFile).
+ * @param {{ infoFile: string, formatIds: string[] }} order
+ * @param {Manner} manner
+ */
+export function streamArguments({ infoFile, formatIds }, manner) {
   return [
-    ...commonArguments,
+    ...commonArguments(manner),
     ...progressArguments(),
     '--load-info-json',
     infoFile,
@@ -41,45 +72,53 @@ export function streamArguments({ infoFile, folder, formatIds, browserLogin, ffm
     formatIds.join(','),
     '--concurrent-fragments',
     '4',
-    '--ffmpeg-location',
-    ffmpeg,
+    // A medium with holes is not what was asked for.
+    '--abort-on-unavailable-fragments',
+    '--fixup',
+    'never',
     '--output',
-    `${escapeTemplate(folder)}/%(format_id)s.%(ext)s`,
-    ...cookieArguments(browserLogin),
+    '%(format_id)s.%(ext)s',
+    '--print',
+    `after_move:${fileMark}%(format_id)s %(filepath)j`,
   ];
 }
 
-/** Downloads the only subtitle track of an information file as "subtitle.*.<format>" into `folder`. */
-export function subtitleArguments({ infoFile, folder, format, browserLogin, ffmpeg }) {
-  const target = `${escapeTemplate(folder)}/subtitle.%(ext)s`;
+/**
+ * Downloads the only subtitle track of an information file, "track", and reports its file (see parseFile). The file
+ * is as the site has it, but that TTML, which ffmpeg cannot read, becomes SRT.
+ * @param {{ infoFile: string, ext: string }} order
+ * @param {Manner} manner
+ */
+export function subtitleArguments({ infoFile, ext }, manner) {
   return [
-    ...commonArguments,
+    ...commonArguments(manner),
     ...progressArguments(),
     '--load-info-json',
     infoFile,
     '--skip-download',
+    '--ignore-no-formats-error',
     '--write-subs',
     '--sub-langs',
     'all',
     '--sub-format',
     'best',
-    '--convert-subs',
-    format,
-    '--ffmpeg-location',
-    ffmpeg,
+    ...(ext === 'ttml' || ext === 'dfxp' ? ['--convert-subs', 'srt'] : []),
     '--output',
-    target,
-    '--output',
-    `subtitle:${target}`,
-    ...cookieArguments(browserLogin),
+    'subtitle.%(ext)s',
+    '--print',
+    `after_video:${fileMark}track %(requested_subtitles.track.filepath)j`,
   ];
 }
 
-/** { id, finished, done, total, estimate } of one progress line, numbers or null; null for any other line. */
+/**
+ * Reads one line on the state of a download; null for any other line.
+ * @param {string} line
+ * @returns {ProgressReport | null}
+ */
 export function parseProgress(line) {
   const start = line.indexOf(progressMark);
   if (start < 0) return null;
-  const [, id, json] = /^(\S+) (\{.*\})/.exec(line.slice(start + progressMark.length)) ?? [];
+  const [, id = '', json = ''] = /^(\S+) (\{.*\})/.exec(line.slice(start + progressMark.length)) ?? [];
   try {
     const fields = JSON.parse(json);
     return {
@@ -94,17 +133,19 @@ export function parseProgress(line) {
   }
 }
 
-/** The tool's own last error as a sentence for the user. */
-export function readableError(stderr, { code, signal }, name = 'yt-dlp') {
-  const lines = stripColours(stderr)
-    .split(/[\r\n]+/)
-    .map((line) => line.trim())
-    .filter(Boolean);
-  const errors = lines.filter((line) => /^(yt-dlp: )?error:/i.test(line));
-  const last = errors.pop() ?? lines.filter((line) => !/^warning:/i.test(line)).pop();
-  const sentence = last && polish(last);
-  if (sentence) return sentence;
-  return signal ? `${name} was ended by ${signal}.` : `${name} ended with status ${code} and gave no reason.`;
+/**
+ * Reads one line that reports a finished file, relative to the folder of the job; null for any other line.
+ * @param {string} line
+ * @returns {{ id: string, file: string } | null}
+ */
+export function parseFile(line) {
+  const [, id = '', json = ''] = /^@file (\S+) (.*)$/.exec(line) ?? [];
+  try {
+    const file = JSON.parse(json);
+    return typeof file === 'string' ? { id, file } : null;
+  } catch {
+    return null;
+  }
 }
 
 function progressArguments() {
@@ -116,45 +157,7 @@ function progressArguments() {
   ];
 }
 
-function cookieArguments(browserLogin) {
-  return browserLogin ? ['--cookies-from-browser', browserLogin] : [];
-}
-
-function escapeTemplate(folder) {
-  return folder.replaceAll('%', '%%');
-}
-
+/** @param {unknown} value */
 function positive(value) {
-  return Number.isFinite(value) && value >= 0 ? value : null;
-}
-
-function stripColours(text) {
-  return text.replace(/\u001b\[[0-9;]*[A-Za-z]/g, '');
-}
-
-function polish(line) {
-  const plain = line
-    .replace(/^(yt-dlp: )?error:\s*/i, '')
-    // The extractor's name and the identifier of the media mean nothing to the user.
-    .replace(/^\[[^\]\s]+\]\s+(\S+: )?/, '')
-    .replace(/;?\s*please report this issue on .*$/i, '')
-    .replace(/\s*\(caused by .*$/, '')
-    .replace(/<urlopen error (.*)>/, '$1')
-    .replace(/\[SSL: [A-Z_]+\]\s*/g, '')
-    .replace(/\[Errno -?\d+\]\s*/g, '')
-    .replace(/\s*\(_ssl\.c:\d+\)/g, '')
-    .trim();
-  const sentences = plain.split(/(?<=[.!?])\s+/);
-  // Advice on the options of a command line is of no use in a window.
-  const useful = sentences.filter((text) => !/(^|\s)--?[a-z]/.test(text) && !/^(also )?see\b.*https?:/i.test(text));
-  return asSentence((useful.length > 0 ? useful : sentences).join(' '));
-}
-
-function asSentence(text) {
-  const characters = [...text.replace(/\s+/g, ' ').trim()];
-  if (characters.length === 0) return '';
-  const ending = characters.length > messageLimit ? '…' : '';
-  const whole = characters.slice(0, messageLimit).join('') + ending;
-  const sentence = whole[0].toUpperCase() + whole.slice(1);
-  return /[.!?…]$/.test(sentence) ? sentence : `${sentence}.`;
+  return typeof value === 'number' && Number.isFinite(value) && value >= 0 ? value : null;
 }

@@ -1,9 +1,12 @@
 import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
+import http from 'node:http';
 import net from 'node:net';
 import { test } from 'node:test';
 import { setTimeout as delay } from 'node:timers/promises';
 
+import { createApi } from '../src/api.mjs';
+import { refuseUnsafeLogin } from '../src/logins.mjs';
 import { writeStubs } from '../testing/stubs.mjs';
 import { eventually, startProcessor, temporaryFolder } from '../testing/world.mjs';
 
@@ -77,6 +80,24 @@ test('a request that carries an Origin is refused, whatever its value', async (t
   }
 });
 
+test('an Origin is found behind any number of other headers', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const lines = [`Host: 127.0.0.1:${processor.port}`, ...Array(2_100).fill('a:'), 'Origin: https://evil.example'];
+  const head = `GET /health HTTP/1.1\r\nConnection: close\r\n${lines.join('\r\n')}\r\n\r\n`;
+  const answer = await exchange(processor.port, head);
+  assert.match(answer, /^HTTP\/1\.1 403 /);
+  assert.doesNotMatch(answer, /session-token/i);
+});
+
+test('what a page makes the browser ask for is refused also without an Origin', async (t) => {
+  const { processor } = await startWithStubs(t);
+  for (const site of ['cross-site', 'same-site', 'same-origin', '']) {
+    assertRefused(await processor.request('GET', '/health', { headers: { 'Sec-Fetch-Site': site } }), 403);
+  }
+  const typed = await processor.request('GET', '/health', { headers: { 'Sec-Fetch-Site': 'none' } });
+  assert.equal(typed.status, 200);
+});
+
 test('requests that change state need the token', async (t) => {
   const { processor } = await startWithStubs(t);
   const id = await processor.begin('/probe', { sourceUrl: link });
@@ -121,6 +142,32 @@ test('what is not HTTP gets the envelope too', async (t) => {
   assert.ok(JSON.parse(answer.split('\r\n\r\n')[1]).error.message);
 });
 
+test('headers that are too large are refused in the envelope', async (t) => {
+  const { processor } = await startWithStubs(t);
+  const answer = await exchange(processor.port, `GET /health HTTP/1.1\r\nA: ${'a'.repeat(100_000)}\r\n\r\n`);
+  assert.match(answer, /^HTTP\/1\.1 431 /);
+  assert.match(JSON.parse(answer.split('\r\n\r\n')[1]).error.message, /headers .* too large/);
+});
+
+test('a request whose head or body never comes is refused and its connection closed', { timeout: 20_000 }, async (t) => {
+  const lines = [];
+  const server = createApi({
+    config: { address: '127.0.0.1' },
+    token: 'token',
+    log: (line) => lines.push(line),
+    requestLimitMs: 200,
+  });
+  await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
+  t.after(() => server.close());
+  const head = 'POST /probe HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer token\r\n';
+  for (const text of [head, `${head}Content-Length: 10\r\n\r\n12345`]) {
+    const answer = await exchange(server.address().port, text);
+    assert.match(answer, /^HTTP\/1\.1 408 /);
+    assert.match(JSON.parse(answer.split('\r\n\r\n')[1]).error.message, /in time/);
+  }
+  assert.match(lines.join(), /408/);
+});
+
 test('a body that is no JSON object is refused', async (t) => {
   const { processor } = await startWithStubs(t);
   const invalidUtf8 = Buffer.concat([Buffer.from('{"sourceUrl":"'), Buffer.from([0xff, 0xfe]), Buffer.from('"}')]);
@@ -163,6 +210,35 @@ test('an unknown browser or mode is refused', async (t) => {
   }
 });
 
+test('a login is refused with a yt-dlp that shows it to other sites, or whose version is unknown', async (t) => {
+  for (const [version, found] of [['2023.03.04', /2023\.03\.04 would show/], ['unknown', /cannot be told/]]) {
+    const { processor, stubs } = await startWithStubs(t, { version });
+    for (const path of ['/probe', '/jobs']) {
+      const answer = await processor.post(path, { ...media, mode: 'audio', browserLogin: 'chrome' });
+      assertRefused(answer, 400, /Logins need yt-dlp 2023\.07\.06 or newer\..* Update yt-dlp, or choose "Anonymous"/);
+      assert.match(answer.json.error.message, found);
+    }
+    assert.deepEqual(await stubs.lines('calls'), []);
+    assert.equal((await processor.complete('/probe', { sourceUrl: link })).status, 'completed');
+  }
+});
+
+test('the log names the version of yt-dlp, which is asked once', async (t) => {
+  const { processor, stubs } = await startWithStubs(t, { version: '2024.12.13.232724' });
+  await processor.complete('/probe', { sourceUrl: link, browserLogin: 'chrome' });
+  await processor.complete('/probe', { sourceUrl: link, browserLogin: 'chrome' });
+  assert.match(processor.output(), /yt-dlp is 2024\.12\.13\n/);
+  assert.equal((await stubs.lines('versions')).length, 1);
+});
+
+test('a Safari login is possible on a Mac only', () => {
+  const refusal = /^Error: Safari logins exist only on a Mac\. Choose another access\.$/;
+  assert.throws(() => refuseUnsafeLogin('safari', '2025.01.15', 'linux'), refusal);
+  assert.doesNotThrow(() => refuseUnsafeLogin('safari', '2025.01.15', 'darwin'));
+  assert.doesNotThrow(() => refuseUnsafeLogin('chrome', '2023.07.06', 'linux'));
+  assert.throws(() => refuseUnsafeLogin('safari', '2023.07.05', 'darwin'), /2023\.07\.06 or newer/);
+});
+
 test('a quality that was never offered is refused', async (t) => {
   const { processor } = await startWithStubs(t);
   await processor.complete('/probe', { sourceUrl: link });
@@ -190,6 +266,34 @@ test('a result is fetched without a token, whole and with its length', async (t)
   assert.equal(status, 200);
   assert.equal(headers['content-length'], '12345');
   assert.equal(body.length, 12_345);
+});
+
+test('a client that closes as soon as it has all bytes has fetched the result', async (t) => {
+  const resultBytes = 3_000_000;
+  const { processor } = await startWithStubs(t, { resultBytes });
+  const { jobId } = await processor.complete('/jobs', { sourceUrl: link, mode: 'audio' });
+  const address = `http://127.0.0.1:${processor.port}/jobs/${jobId}/result`;
+  const fetchOnce = (wanted) =>
+    new Promise((resolve) => {
+      const request = http.get(address, { agent: false }, (response) => {
+        let received = 0;
+        response.on('data', (chunk) => {
+          received += chunk.length;
+          if (received >= wanted) request.destroy();
+        });
+        response.on('error', () => {});
+        request.on('close', resolve);
+      });
+    });
+  const count = (text) => processor.output().split(text).length - 1;
+  for (let fetches = 1; fetches <= 10; fetches += 1) {
+    await fetchOnce(resultBytes);
+    await eventually('the result is fetched', () => count(' audio: fetched') === fetches);
+  }
+  assert.equal(count('not fetched to its end'), 0);
+  await fetchOnce(1);
+  await eventually('the result is not fetched', () => count('not fetched to its end') === 1);
+  assert.equal(count(' audio: fetched'), 10);
 });
 
 test('a job without a file has no result to fetch', async (t) => {
@@ -226,7 +330,9 @@ test('job identifiers cannot be guessed', async (t) => {
 test('the log names failed requests and never a secret', async (t) => {
   const { processor } = await startWithStubs(t);
   const { jobId } = await processor.complete('/jobs', { sourceUrl: `${link}?key=secret-in-link`, mode: 'audio' });
-  await processor.request('GET', `/jobs/${jobId}/nothing`);
+  for (const place of ['/jobs/ID/nothing', '/jobs//ID', '//jobs/ID/result', '/ID', '/JOBS/ID', '/jobs%2FID']) {
+    await processor.request('GET', place.replace('ID', jobId));
+  }
   await processor.request('POST', `/jobs/${jobId}/cancel?token=${processor.token}`, { token: 'wrong', body: {} });
   await eventually('the last line is written', () => /request failed: POST .*: 401/.test(processor.output()));
   const output = processor.output();

@@ -4,6 +4,7 @@
 import { execFile } from 'node:child_process';
 import { mkdir, readFile, rename, writeFile } from 'node:fs/promises';
 import { createReadStream } from 'node:fs';
+import http from 'node:http';
 import https from 'node:https';
 import path from 'node:path';
 import { promisify } from 'node:util';
@@ -36,8 +37,8 @@ const stuckEntry = '#EXT-X-STREAM-INF:BANDWIDTH=1000,RESOLUTION=320x180,CODECS="
 const stuckFile = 'stuck.ts';
 
 /**
- * Makes the clip in `folder` and serves it; resolves to { base, home, close } where `home` holds yt-dlp's settings for
- * the certificate.
+ * Makes the clip in `folder` and serves it; resolves to { base, home, close } where `home` holds the setting for the
+ * certificate.
  */
 export async function serveClip(folder) {
   const site = path.join(folder, 'site');
@@ -45,8 +46,7 @@ export async function serveClip(folder) {
   await makeCertificate(folder);
   await makeStreams(site);
   const home = path.join(folder, 'home');
-  await mkdir(path.join(home, '.config', 'yt-dlp'), { recursive: true });
-  await writeFile(path.join(home, '.config', 'yt-dlp', 'config'), '--no-check-certificates\n');
+  await writeSettings(home);
   const server = https.createServer(
     { key: await readFile(path.join(folder, 'key.pem')), cert: await readFile(path.join(folder, 'cert.pem')) },
     (request, response) => serveFile(site, request, response),
@@ -59,6 +59,24 @@ export async function serveClip(folder) {
   return { base: `https://127.0.0.1:${server.address().port}`, home, close };
 }
 
+/** Another server beside it, on HTTPS or plain HTTP, that only counts who comes by: { base, requests, close }. */
+export async function serveStranger(folder, scheme) {
+  const requests = [];
+  const onRequest = (request, response) => {
+    requests.push(request.url);
+    response.writeHead(200, { 'Content-Type': 'video/mp4' }).end('secret');
+  };
+  const key = await readFile(path.join(folder, 'key.pem'));
+  const cert = await readFile(path.join(folder, 'cert.pem'));
+  const server = scheme === 'https' ? https.createServer({ key, cert }, onRequest) : http.createServer(onRequest);
+  await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
+  const close = () => {
+    server.close();
+    server.closeAllConnections();
+  };
+  return { base: `${scheme}://127.0.0.1:${server.address().port}`, requests, close };
+}
+
 /** What ffprobe says about a file: { format, duration, streams: { video: { codec, height }, audio: ... } }. */
 export async function probeFile(file) {
   const entries = 'format=format_name,duration:stream=codec_type,codec_name,height';
@@ -68,7 +86,15 @@ export async function probeFile(file) {
   return { format: format.format_name, duration: Number(format.duration), streams: Object.fromEntries(byType) };
 }
 
-async function makeCertificate(folder) {
+/** Lets yt-dlp accept any certificate where `home` is the user's. */
+export async function writeSettings(home) {
+  const settings = path.join(home, '.config', 'zunto-helper', 'yt-dlp.conf');
+  await mkdir(path.dirname(settings), { recursive: true });
+  await writeFile(settings, '--no-check-certificates\n');
+}
+
+/** Makes key.pem and cert.pem for 127.0.0.1 in `folder`. */
+export async function makeCertificate(folder) {
   const target = ['-keyout', path.join(folder, 'key.pem'), '-out', path.join(folder, 'cert.pem')];
   const kind = ['req', '-x509', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:prime256v1', '-nodes', '-days', '2'];
   await run('openssl', [...kind, ...target, '-subj', '/CN=127.0.0.1', '-addext', 'subjectAltName=IP:127.0.0.1']);
@@ -101,8 +127,15 @@ async function makeStreams(site) {
   await writeFile(path.join(site, 'größe.m3u8'), withSubtitles);
 }
 
+// "/led/NAME?to=ADDRESS" leads on to another address; "/list.m3u8?of=ADDRESS" is a list with that one segment.
 function serveFile(site, request, response) {
-  const name = path.basename(decodeURIComponent(new URL(request.url, 'https://any').pathname));
+  const { pathname, searchParams } = new URL(request.url, 'https://any');
+  const name = path.basename(decodeURIComponent(pathname));
+  if (searchParams.has('to')) return void response.writeHead(302, { Location: searchParams.get('to') }).end();
+  if (searchParams.has('of')) {
+    response.writeHead(200, { 'Content-Type': types['.m3u8'] });
+    return void response.end(subtitleList.replace('en.vtt', searchParams.get('of')));
+  }
   // A request for this file is never answered.
   if (name === stuckFile) return;
   const stream = createReadStream(path.join(site, name));

@@ -29,6 +29,11 @@ function fail(text) {
 `;
 
 const ytDlp = `${preamble}
+if (args.includes('--version')) {
+  note('versions', args);
+  say(scenario.version || '2025.01.15');
+  process.exit(0);
+}
 note('calls', { args, env: process.env, cwd: process.cwd() });
 const after = (option) => args[args.indexOf(option) + 1];
 if (args.includes('--dump-single-json')) {
@@ -38,6 +43,7 @@ if (args.includes('--dump-single-json')) {
     note('hanging', { child: child.pid });
     child.unref();
   }
+  while (scenario.inspectWaits && !fs.existsSync(path.join(here, 'go-on'))) sleep(20);
   if (scenario.inspectHangs) hang(scenario.deaf);
   else say(JSON.stringify((scenario.infos || {})[args.at(-1)] || scenario.info));
 } else {
@@ -45,22 +51,29 @@ if (args.includes('--dump-single-json')) {
 }
 function download() {
   const info = JSON.parse(fs.readFileSync(after('--load-info-json'), 'utf8'));
-  const folder = path.dirname(after('--output'));
   if (args.includes('--write-subs')) {
-    fs.writeFileSync(path.join(folder, 'subtitle.track.' + after('--convert-subs')), scenario.subtitle);
+    const file = 'subtitle.track.' + info.subtitles.track[0].ext;
+    fs.writeFileSync(file, scenario.subtitle);
+    say('@file track ' + JSON.stringify(file));
     return;
   }
   for (const id of after('--format').split(',')) {
-    const part = path.join(folder, id + '.mp4.part');
+    const file = id + '.mp4';
+    const part = file + '.part';
     fs.writeFileSync(part, 'some bytes');
     for (const report of scenario.reports[id]) {
       say('@progress ' + id + ' ' + JSON.stringify({ status: 'downloading', ...report }));
       sleep(scenario.pauseMs || 0);
     }
+    if (scenario.failsOnce && !fs.existsSync(path.join(here, 'failed'))) {
+      fs.writeFileSync(path.join(here, 'failed'), '');
+      fail(scenario.failsOnce);
+    }
     if (scenario.downloadError) fail(scenario.downloadError);
     if (scenario.downloadHangs) return hang(scenario.deaf);
-    fs.renameSync(part, path.join(folder, id + '.mp4'));
+    fs.renameSync(part, file);
     say('@progress ' + id + ' ' + JSON.stringify({ ...scenario.reports[id].at(-1), status: 'finished' }));
+    say('@file ' + id + ' ' + JSON.stringify(file));
   }
 }
 `;
@@ -78,8 +91,10 @@ fs.truncateSync(output, scenario.resultBytes === undefined ? 1000 : scenario.res
 `;
 
 const ffprobe = `${preamble}
+const measured = args.at(-1);
 if (scenario.measureFails) fail('no such stream');
-say(JSON.stringify({
+if (fs.existsSync(measured) && fs.statSync(measured).size === 0) fail('Invalid data found');
+say(JSON.stringify(scenario.measured || {
   format: { duration: '10.0' },
   streams: [
     { codec_type: 'video', codec_name: 'h264', height: 480 },
@@ -89,6 +104,7 @@ say(JSON.stringify({
 `;
 
 const site = 'https://media.example';
+const subtitle = 'WEBVTT\n\n00:00:00.000 --> 00:00:01.000\nHello\n';
 
 /** A medium with a separate picture of 900 bytes and a sound of 100 bytes. */
 export const plainInfo = {
@@ -103,9 +119,12 @@ export const plainInfo = {
   subtitles: { en: [{ url: `${site}/s`, ext: 'vtt' }] },
 };
 
-/** Writes the stubs into a folder and returns { env, lines(name) }; `lines` reads what they have noted. */
+/**
+ * Writes the stubs into a folder and returns { env, lines(name), goOn() }; `lines` reads what they have noted, and
+ * `goOn` ends the waiting of those that wait.
+ */
 export async function writeStubs(folder, scenario = {}) {
-  const whole = { info: plainInfo, reports: { video: [], audio: [] }, subtitle: 'WEBVTT\n', ...scenario };
+  const whole = { info: plainInfo, reports: { video: [], audio: [] }, subtitle, ...scenario };
   await mkdir(folder, { recursive: true });
   await writeFile(path.join(folder, 'scenario.json'), JSON.stringify(whole));
   const write = async (name, text) => {
@@ -123,5 +142,6 @@ export async function writeStubs(folder, scenario = {}) {
     const text = await readFile(path.join(folder, name), 'utf8').catch(() => '');
     return text.split('\n').filter(Boolean).map((line) => JSON.parse(line));
   };
-  return { env, lines };
+  const goOn = () => writeFile(path.join(folder, 'go-on'), '');
+  return { env, lines, goOn };
 }

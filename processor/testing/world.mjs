@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
-import { mkdtemp, rm } from 'node:fs/promises';
+import { mkdtemp, readdir, readFile, rm } from 'node:fs/promises';
 import http from 'node:http';
 import net from 'node:net';
 import os from 'node:os';
@@ -15,7 +15,8 @@ const runningStatuses = ['queued', 'probing', 'downloading', 'processing'];
 
 export async function temporaryFolder(t) {
   const folder = await mkdtemp(path.join(os.tmpdir(), 'processor-test-'));
-  t.after(() => rm(folder, { recursive: true, force: true }));
+  // What a test has started may still be writing there.
+  t.after(() => rm(folder, { recursive: true, force: true, maxRetries: 10 }));
   return folder;
 }
 
@@ -28,7 +29,7 @@ export async function freePort() {
 }
 
 /** Waits until `condition` (which may be async) holds; fails the test when it does not in time. */
-export async function eventually(what, condition, limitMs = 5_000) {
+export async function eventually(what, condition, limitMs = 30_000) {
   const deadline = performance.now() + limitMs;
   for (;;) {
     const value = await condition();
@@ -45,6 +46,13 @@ export function isAlive(pid) {
   } catch {
     return false;
   }
+}
+
+/** The identifiers of the processes whose command line names this text. */
+export async function processesNaming(text) {
+  const pids = (await readdir('/proc')).filter((name) => /^[0-9]+$/.test(name));
+  const lines = await Promise.all(pids.map((pid) => readFile(`/proc/${pid}/cmdline`, 'utf8').catch(() => '')));
+  return pids.filter((_, index) => lines[index].includes(text)).map(Number);
 }
 
 /** Starts the processor with these variables added to a small environment; it need not come up. */
@@ -138,7 +146,7 @@ class Processor {
   }
 
   /** Follows a job to its end; resolves to its last state with all states seen in `seen`. */
-  async follow(id, limitMs = 20_000) {
+  async follow(id, limitMs = 60_000) {
     const seen = [];
     await eventually(`job ${id} ends`, async () => {
       seen.push(await this.job(id));
