@@ -31,7 +31,8 @@ struct HttpRequest {
   std::chrono::seconds timeout{60};  ///< without any progress
 };
 
-/// Status line and headers of an answer. `status` is none when the answer was not HTTP.
+/// Status line and headers of an answer. `status` is none when the answer was not HTTP; headers and body are
+/// then empty.
 struct HttpResponseHead {
   std::optional<int> status;
   HttpHeaders headers;

@@ -1,4 +1,5 @@
-// What every HTTP session does: each case runs on the scripted one and on the real one against a real server.
+// What every HTTP session does: each case runs on the scripted one and on the real one against a real server,
+// those of downloads on the real one with each way of bringing a body into a file.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -59,6 +60,8 @@ class HttpContract : public ::testing::TestWithParam<WorldMaker> {
   Receiver<HttpResponse> response;
   Receiver<HttpDownload> download;
 };
+
+class HttpDownloadContract : public HttpContract {};
 
 TEST_P(HttpContract, CarriesMethodPathHeadersAndBody) {
   world->answer("POST", "/probe?a=b", {});
@@ -183,6 +186,26 @@ TEST_P(HttpContract, ASlowAnswerOutlivesTheTimeoutAsLongAsBytesArrive) {
   EXPECT_EQ(response.answer().body, "abcdef");
 }
 
+TEST_P(HttpContract, ASlowHeadOutlivesTheTimeoutAsLongAsBytesArrive) {
+  world->answer("GET", "/jobs/1",
+                {.headers = {{"X-A", "a"}}, .body = "b", .headPieces = 6, .pieceInterval = 300ms});
+  HttpRequest request = get("/jobs/1");
+  request.timeout = shortTimeout;
+  const auto transfer = world->session().send(request, response.callback());
+  ASSERT_TRUE(settled(response));
+  EXPECT_EQ(response.failure(), "no failure");
+  EXPECT_EQ(response.answer().head.header("X-A"), "a");
+}
+
+TEST_P(HttpContract, SilenceWithinTheHeadTimesOut) {
+  world->answer("GET", "/jobs/1", {.headPieces = 2, .pieceInterval = 5s});
+  HttpRequest request = get("/jobs/1");
+  request.timeout = shortTimeout;
+  const auto transfer = world->session().send(request, response.callback());
+  ASSERT_TRUE(settled(response));
+  EXPECT_EQ(response.failure(), "The request timed out.");
+}
+
 TEST_P(HttpContract, SilenceBeforeTheAnswerTimesOut) {
   world->answer("GET", "/jobs/1", ScriptedAnswer::silence());
   HttpRequest request = get("/jobs/1");
@@ -214,6 +237,30 @@ TEST_P(HttpContract, SaysThatAnAnswerWasCutShort) {
   const auto transfer = world->session().send(get("/jobs/1"), response.callback());
   ASSERT_TRUE(settled(response));
   EXPECT_EQ(response.failure(), "The answer of the local processor was cut short.");
+}
+
+TEST_P(HttpContract, AnAnswerThatIsNotHttpHasNoStatus) {
+  world->answer("GET", "/health", ScriptedAnswer::notHttp());
+  const auto transfer = world->session().send(get("/health"), response.callback());
+  ASSERT_TRUE(settled(response));
+  EXPECT_EQ(response.failure(), "no failure");
+  EXPECT_EQ(response.answer().head.status, std::nullopt);
+  EXPECT_THAT(response.answer().head.headers, IsEmpty());
+  EXPECT_EQ(response.answer().body, "");
+}
+
+TEST_P(HttpContract, InterimAnswersWithoutAnEndFail) {
+  world->interimForEver("GET", "/jobs/1");
+  const auto transfer = world->session().send(get("/jobs/1"), response.callback());
+  ASSERT_TRUE(settled(response));
+  EXPECT_EQ(response.failure(), "The local processor sent interim answers without an end.");
+}
+
+TEST_P(HttpContract, AHeadWithoutAnEndFailsAsOneThatIsTooLarge) {
+  world->headForEver("GET", "/jobs/1");
+  const auto transfer = world->session().send(get("/jobs/1"), response.callback());
+  ASSERT_TRUE(settled(response));
+  EXPECT_EQ(response.failure(), "The head of the local processor's answer is too large.");
 }
 
 TEST_P(HttpContract, TakesABodyOfExactlyTheBound) {
@@ -277,7 +324,7 @@ TEST_P(HttpContract, ASessionEndedAfterAnEndWasQueuedCallsNothingBack) {
   EXPECT_THAT(response.outcomes, IsEmpty());
 }
 
-TEST_P(HttpContract, ADownloadDeliversHeadAndFile) {
+TEST_P(HttpDownloadContract, ADownloadDeliversHeadAndFile) {
   world->answer("GET", "/jobs/1/result", {.headers = {{"X-Kind", "video"}}, .body = "content"});
   const auto transfer =
       world->session().download(get("/jobs/1/result"), world->folder(), download.callback());
@@ -289,7 +336,7 @@ TEST_P(HttpContract, ADownloadDeliversHeadAndFile) {
   EXPECT_EQ(world->filesInFolder(), 1U);
 }
 
-TEST_P(HttpContract, ADownloadOfNothingIsAnEmptyFile) {
+TEST_P(HttpDownloadContract, ADownloadOfNothingIsAnEmptyFile) {
   world->answer("GET", "/jobs/1/result", {});
   const auto transfer =
       world->session().download(get("/jobs/1/result"), world->folder(), download.callback());
@@ -298,7 +345,7 @@ TEST_P(HttpContract, ADownloadOfNothingIsAnEmptyFile) {
   EXPECT_EQ(world->contentAt(world->folder() / "clip.mp4"), "");
 }
 
-TEST_P(HttpContract, ADownloadIsNotBoundByMemory) {
+TEST_P(HttpDownloadContract, ADownloadIsNotBoundByMemory) {
   const std::string large(HttpWorld::memoryLimit + 1, 'x');
   world->answer("GET", "/jobs/1/result", {.body = large});
   const auto transfer =
@@ -308,7 +355,7 @@ TEST_P(HttpContract, ADownloadIsNotBoundByMemory) {
   EXPECT_TRUE(world->contentAt(world->folder() / "clip.mp4") == large);
 }
 
-TEST_P(HttpContract, ADownloadWithAnErrorStatusIsTheCallersToJudge) {
+TEST_P(HttpDownloadContract, ADownloadWithAnErrorStatusIsTheCallersToJudge) {
   world->answer("GET", "/jobs/1/result", {.status = 404, .body = "gone"});
   const auto transfer =
       world->session().download(get("/jobs/1/result"), world->folder(), download.callback());
@@ -317,7 +364,16 @@ TEST_P(HttpContract, ADownloadWithAnErrorStatusIsTheCallersToJudge) {
   EXPECT_NE(download.answer().file, nullptr);
 }
 
-TEST_P(HttpContract, ADownloadedFileThatNobodyMovesIsRemoved) {
+TEST_P(HttpDownloadContract, ADownloadOfWhatIsNotHttpHasNoStatus) {
+  world->answer("GET", "/jobs/1/result", ScriptedAnswer::notHttp());
+  const auto transfer =
+      world->session().download(get("/jobs/1/result"), world->folder(), download.callback());
+  ASSERT_TRUE(settled(download));
+  EXPECT_EQ(download.failure(), "no failure");
+  EXPECT_EQ(download.answer().head.status, std::nullopt);
+}
+
+TEST_P(HttpDownloadContract, ADownloadedFileThatNobodyMovesIsRemoved) {
   world->answer("GET", "/jobs/1/result", {.body = "content"});
   auto transfer = world->session().download(get("/jobs/1/result"), world->folder(), download.callback());
   ASSERT_TRUE(settled(download));
@@ -327,7 +383,7 @@ TEST_P(HttpContract, ADownloadedFileThatNobodyMovesIsRemoved) {
   EXPECT_EQ(world->filesInFolder(), 0U);
 }
 
-TEST_P(HttpContract, ADownloadThatFailsLeavesNoFile) {
+TEST_P(HttpDownloadContract, ADownloadThatFailsLeavesNoFile) {
   world->cutShort("GET", "/jobs/1/result");
   std::size_t filesAtTheEnd = 99;
   const auto transfer =
@@ -340,7 +396,18 @@ TEST_P(HttpContract, ADownloadThatFailsLeavesNoFile) {
   EXPECT_EQ(filesAtTheEnd, 0U);
 }
 
-TEST_P(HttpContract, ADownloadThatFallsSilentLeavesNoFile) {
+TEST_P(HttpDownloadContract, ADownloadOutlivesTheTimeoutAsLongAsBytesArrive) {
+  world->answer("GET", "/jobs/1/result", {.body = "abcdef", .pieces = 6, .pieceInterval = 300ms});
+  HttpRequest request = get("/jobs/1/result");
+  request.timeout = shortTimeout;
+  const auto transfer = world->session().download(request, world->folder(), download.callback());
+  ASSERT_TRUE(settled(download));
+  ASSERT_EQ(download.failure(), "no failure");
+  download.answer().file->moveTo(world->folder() / "clip.mp4");
+  EXPECT_EQ(world->contentAt(world->folder() / "clip.mp4"), "abcdef");
+}
+
+TEST_P(HttpDownloadContract, ADownloadThatFallsSilentLeavesNoFile) {
   world->answer("GET", "/jobs/1/result", {.body = "ab", .pieces = 2, .pieceInterval = 5s});
   HttpRequest request = get("/jobs/1/result");
   request.timeout = shortTimeout;
@@ -350,7 +417,7 @@ TEST_P(HttpContract, ADownloadThatFallsSilentLeavesNoFile) {
   EXPECT_EQ(world->filesInFolder(), 0U);
 }
 
-TEST_P(HttpContract, ADroppedDownloadLeavesNoFileAndCallsNothingBack) {
+TEST_P(HttpDownloadContract, ADroppedDownloadLeavesNoFileAndCallsNothingBack) {
   world->answer("GET", "/jobs/1/result", {.body = "abcd", .pieces = 4, .pieceInterval = 100ms});
   auto transfer = world->session().download(get("/jobs/1/result"), world->folder(), download.callback());
   ASSERT_TRUE(isSeen(1));
@@ -362,7 +429,7 @@ TEST_P(HttpContract, ADroppedDownloadLeavesNoFileAndCallsNothingBack) {
   EXPECT_EQ(world->filesInFolder(), 0U);
 }
 
-TEST_P(HttpContract, ADownloadDroppedAfterItsEndWasQueuedLeavesNoFile) {
+TEST_P(HttpDownloadContract, ADownloadDroppedAfterItsEndWasQueuedLeavesNoFile) {
   world->answer("GET", "/jobs/1/result", {.body = "content"});
   auto transfer = world->session().download(get("/jobs/1/result"), world->folder(), download.callback());
   world->awaitQueuedTurn();
@@ -372,7 +439,7 @@ TEST_P(HttpContract, ADownloadDroppedAfterItsEndWasQueuedLeavesNoFile) {
   EXPECT_THAT(download.outcomes, IsEmpty());
 }
 
-TEST_P(HttpContract, ADownloadOfAnEndedSessionLeavesNoFile) {
+TEST_P(HttpDownloadContract, ADownloadOfAnEndedSessionLeavesNoFile) {
   world->answer("GET", "/jobs/1/result", {.body = "abcd", .pieces = 4, .pieceInterval = 100ms});
   auto transfer = world->session().download(get("/jobs/1/result"), world->folder(), download.callback());
   ASSERT_TRUE(isSeen(1));
@@ -383,7 +450,7 @@ TEST_P(HttpContract, ADownloadOfAnEndedSessionLeavesNoFile) {
   EXPECT_EQ(world->filesInFolder(), 0U);
 }
 
-TEST_P(HttpContract, ADownloadWithoutAFolderFailsAndSendsNothing) {
+TEST_P(HttpDownloadContract, ADownloadWithoutAFolderFailsAndSendsNothing) {
   const auto transfer =
       world->session().download(get("/jobs/1/result"), world->folder() / "missing", download.callback());
   EXPECT_THAT(download.outcomes, IsEmpty());
@@ -393,7 +460,10 @@ TEST_P(HttpContract, ADownloadWithoutAFolderFailsAndSendsNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Scripted, HttpContract, ::testing::Values(&makeScriptedWorld));
-INSTANTIATE_TEST_SUITE_P(Curl, HttpContract, ::testing::Values(&makeRealWorld));
+INSTANTIATE_TEST_SUITE_P(Beast, HttpContract, ::testing::Values(&makeSplicingWorld));
+INSTANTIATE_TEST_SUITE_P(Scripted, HttpDownloadContract, ::testing::Values(&makeScriptedWorld));
+INSTANTIATE_TEST_SUITE_P(BeastSplicing, HttpDownloadContract, ::testing::Values(&makeSplicingWorld));
+INSTANTIATE_TEST_SUITE_P(BeastCopying, HttpDownloadContract, ::testing::Values(&makeCopyingWorld));
 
 }  // namespace
 }  // namespace zunto::testing

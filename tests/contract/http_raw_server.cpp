@@ -63,6 +63,13 @@ std::string RawServer::Connection::readRequest() {
   return {};
 }
 
+bool RawServer::Connection::discard(std::size_t most) {
+  std::string bytes(most, '\0');
+  while (!server_.isStopping_ && !isReadable(socket_.number())) {
+  }
+  return !server_.isStopping_ && ::recv(socket_.number(), bytes.data(), bytes.size(), 0) > 0;
+}
+
 bool RawServer::Connection::send(std::string_view bytes) {
   while (!bytes.empty() && !server_.isStopping_) {
     pollfd waited{socket_.number(), POLLOUT, 0};

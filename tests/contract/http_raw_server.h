@@ -29,6 +29,9 @@ class RawServer {
     /// The next request with its body, byte for byte; empty when the client has gone.
     std::string readRequest();
 
+    /// Takes at most `most` bytes that the client has sent, unseen; answers false when the client has gone.
+    [[nodiscard]] bool discard(std::size_t most);
+
     /// Sends all of `bytes`; answers false when the client has gone.
     bool send(std::string_view bytes);
 

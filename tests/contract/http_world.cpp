@@ -1,6 +1,10 @@
 #include "http_world.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <deque>
 #include <fstream>
@@ -14,7 +18,8 @@
 #include <utility>
 
 #include "http_raw_server.h"
-#include "platform/curl/curl_http_session.h"
+#include "platform/beast/beast_http_session.h"
+#include "system_faults.h"
 
 namespace zunto::testing {
 
@@ -33,6 +38,15 @@ ScratchFolder::~ScratchFolder() {
 
 std::size_t ScratchFolder::count() const {
   return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(path_), {}));
+}
+
+std::set<int> inheritedDescriptors() {
+  std::set<int> inherited;
+  for (int descriptor = STDERR_FILENO + 1; descriptor < 1024; ++descriptor) {
+    const int flags = ::fcntl(descriptor, F_GETFD);
+    if (flags != -1 && (flags & FD_CLOEXEC) == 0) inherited.insert(descriptor);
+  }
+  return inherited;
 }
 
 std::string contentOf(const std::filesystem::path& file) {
@@ -73,6 +87,12 @@ class ScriptedWorld final : public HttpWorld {
   void cutShort(const std::string& method, const std::string& path) override {
     session_->answer(method, path, ScriptedAnswer::cutShort());
   }
+  void interimForEver(const std::string& method, const std::string& path) override {
+    fail(method, path, "The local processor sent interim answers without an end.");
+  }
+  void headForEver(const std::string& method, const std::string& path) override {
+    fail(method, path, "The head of the local processor's answer is too large.");
+  }
   [[nodiscard]] std::vector<SeenRequest> seen() const override {
     if (!session_) return seen_;
     std::vector<SeenRequest> seen;
@@ -100,6 +120,10 @@ class ScriptedWorld final : public HttpWorld {
   void settle() override { clock_.loop().advance(100s); }
 
  private:
+  void fail(const std::string& method, const std::string& path, const std::string& message) {
+    session_->answer(method, path, ScriptedAnswer::transportFailure(message));
+  }
+
   CountingClock clock_;
   std::map<std::filesystem::path, std::string> moved_;
   std::vector<SeenRequest> seen_;
@@ -126,6 +150,9 @@ SeenRequest parsed(const std::string& raw) {
 
 class RealWorld final : public HttpWorld {
  public:
+  explicit RealWorld(BodyPump::Method pumping)
+      : session_(std::in_place, clock_, BeastHttpOptions{memoryLimit, pumping}) {}
+
   HttpSession& session() override { return *session_; }
   void endSession() override { session_.reset(); }
   [[nodiscard]] std::string url(const std::string& path) const override { return server_.url(path); }
@@ -138,6 +165,19 @@ class RealWorld final : public HttpWorld {
   void cutShort(const std::string& method, const std::string& path) override {
     queue(method, path, [](RawServer::Connection& connection) {
       connection.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
+    });
+  }
+  void interimForEver(const std::string& method, const std::string& path) override {
+    queue(method, path, [](RawServer::Connection& connection) {
+      while (connection.send("HTTP/1.1 102 Processing\r\n\r\n")) {
+      }
+    });
+  }
+  void headForEver(const std::string& method, const std::string& path) override {
+    queue(method, path, [](RawServer::Connection& connection) {
+      connection.send("HTTP/1.1 200 OK\r\n");
+      while (connection.send("X-Header: and another one\r\n")) {
+      }
     });
   }
   [[nodiscard]] std::vector<SeenRequest> seen() const override {
@@ -161,19 +201,30 @@ class RealWorld final : public HttpWorld {
  private:
   using Script = std::map<std::pair<std::string, std::string>, std::deque<RawServer::Conversation>>;
 
+  /// Answers whether all of it could be sent.
+  static bool sendInPieces(RawServer::Connection& connection, std::string_view bytes, std::size_t pieces,
+                           std::chrono::nanoseconds interval) {
+    const std::size_t pieceSize = (bytes.size() + pieces - 1) / pieces;
+    for (std::size_t sent = 0; sent < bytes.size(); sent += pieceSize) {
+      if (sent > 0 && !connection.wait(interval)) return false;
+      if (!connection.send(bytes.substr(sent, pieceSize))) return false;
+    }
+    return true;
+  }
+
   static void speak(RawServer::Connection& connection, const ScriptedAnswer& answer) {
     if (answer.isSilent) return connection.waitForClient();
     if (!connection.wait(answer.delay)) return;
-    std::string head = "HTTP/1.1 " + std::to_string(answer.status.value_or(0)) + " Status\r\n";
+    if (!answer.status) {
+      connection.send("SSH-2.0-Stranger\r\n");
+      return connection.waitForClient();
+    }
+    std::string head = "HTTP/1.1 " + std::to_string(*answer.status) + " Status\r\n";
     for (const auto& [name, value] : answer.headers)
       head.append(name).append(": ").append(value).append("\r\n");
     head += "Content-Length: " + std::to_string(answer.body.size()) + "\r\n\r\n";
-    const std::size_t pieceSize = (answer.body.size() + answer.pieces - 1) / answer.pieces;
-    connection.send(head);
-    for (std::size_t sent = 0; sent < answer.body.size(); sent += pieceSize) {
-      if (sent > 0 && !connection.wait(answer.pieceInterval)) return;
-      if (!connection.send(std::string_view(answer.body).substr(sent, pieceSize))) return;
-    }
+    if (!sendInPieces(connection, head, answer.headPieces, answer.pieceInterval)) return;
+    if (!sendInPieces(connection, answer.body, answer.pieces, answer.pieceInterval)) return;
     connection.waitForClient();
   }
 
@@ -212,13 +263,19 @@ class RealWorld final : public HttpWorld {
   std::mutex mutex_;
   Script script_;  // under the mutex
   RawServer server_{[this](RawServer::Connection& connection) { converse(connection); }};
-  std::optional<CurlHttpSession> session_{std::in_place, clock_, CurlHttpOptions{memoryLimit}};
+  // Files of downloads are counted by the names that they have meanwhile.
+  SystemFault noNameless_{SystemCall::makeNameless, EOPNOTSUPP};
+  std::optional<BeastHttpSession> session_;
 };
 
 }  // namespace
 
 std::unique_ptr<HttpWorld> makeScriptedWorld() { return std::make_unique<ScriptedWorld>(); }
 
-std::unique_ptr<HttpWorld> makeRealWorld() { return std::make_unique<RealWorld>(); }
+std::unique_ptr<HttpWorld> makeSplicingWorld() {
+  return std::make_unique<RealWorld>(BodyPump::Method::splice);
+}
+
+std::unique_ptr<HttpWorld> makeCopyingWorld() { return std::make_unique<RealWorld>(BodyPump::Method::copy); }
 
 }  // namespace zunto::testing

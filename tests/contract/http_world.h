@@ -9,13 +9,25 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "async/clock.h"
+#include "platform/beast/body_pump.h"
 #include "platform/http.h"
 #include "tests/fakes/scripted_http_session.h"
 #include "tests/fakes/virtual_clock.h"
+
+namespace zunto {
+
+/// The name by which test reports call the way in which a body comes into a file.
+inline void PrintTo(BodyPump::Method method, std::ostream* out) {
+  *out << (method == BodyPump::Method::splice ? "splice" : "copy");
+}
+
+}  // namespace zunto
 
 namespace zunto::testing {
 
@@ -56,6 +68,9 @@ class ScratchFolder {
   std::filesystem::path path_;
 };
 
+/// What a child process would inherit now beside its three standard descriptors.
+[[nodiscard]] std::set<int> inheritedDescriptors();
+
 [[nodiscard]] std::string contentOf(const std::filesystem::path& file);
 
 /// A request as the other side saw it.
@@ -88,6 +103,12 @@ class HttpWorld {
   /// The next request to `path` gets the beginning of an answer, then the connection ends.
   virtual void cutShort(const std::string& method, const std::string& path) = 0;
 
+  /// The next request to `path` gets interim answers as long as it takes them.
+  virtual void interimForEver(const std::string& method, const std::string& path) = 0;
+
+  /// The next request to `path` gets an answer with headers as long as it takes them.
+  virtual void headForEver(const std::string& method, const std::string& path) = 0;
+
   [[nodiscard]] virtual std::vector<SeenRequest> seen() const = 0;
 
   /// A folder for downloads, and what is left in it.
@@ -106,6 +127,9 @@ class HttpWorld {
 };
 
 [[nodiscard]] std::unique_ptr<HttpWorld> makeScriptedWorld();
-[[nodiscard]] std::unique_ptr<HttpWorld> makeRealWorld();
+
+/// The real session with each way of bringing a body into a file.
+[[nodiscard]] std::unique_ptr<HttpWorld> makeSplicingWorld();
+[[nodiscard]] std::unique_ptr<HttpWorld> makeCopyingWorld();
 
 }  // namespace zunto::testing

@@ -25,7 +25,7 @@ Ending endingOf(const ScriptedAnswer& answer, nanoseconds timeout) {
   const std::string timedOut = "The request timed out.";
   if (answer.isSilent || answer.delay >= timeout) return {timeout, timedOut};
   if (answer.failure) return {answer.delay, answer.failure};
-  const nanoseconds::rep gaps = answer.pieces > 1 ? static_cast<nanoseconds::rep>(answer.pieces) - 1 : 0;
+  const auto gaps = static_cast<nanoseconds::rep>(answer.headPieces - 1 + answer.pieces - 1);
   if (gaps > 0 && answer.pieceInterval >= timeout) return {answer.delay + timeout, timedOut};
   return {answer.delay + gaps * answer.pieceInterval, std::nullopt};
 }
@@ -39,6 +39,8 @@ ScriptedAnswer ScriptedAnswer::refusedConnection() {
 ScriptedAnswer ScriptedAnswer::transportFailure(std::string message) {
   return {.failure = std::move(message)};
 }
+
+ScriptedAnswer ScriptedAnswer::notHttp() { return {.status = std::nullopt}; }
 
 ScriptedAnswer ScriptedAnswer::cutShort() {
   return transportFailure("The answer of the local processor was cut short.");

@@ -28,13 +28,14 @@
 namespace zunto::testing {
 
 /// How the script's world answers one request. As in the real one, a wait that reaches the request's time-out
-/// fails the request, be it the wait for the answer or for the next piece of its body.
+/// fails the request, be it the wait for the answer or for the next piece of it.
 struct ScriptedAnswer {
   std::optional<int> status = 200;
   HttpHeaders headers = {};
   std::string body = {};
   std::chrono::nanoseconds delay{0};          ///< from the request to the first byte of the answer
-  std::size_t pieces = 1;                     ///< the body comes in that many pieces ...
+  std::size_t headPieces = 1;                 ///< the head comes in that many pieces ...
+  std::size_t pieces = 1;                     ///< ... and the body in that many ...
   std::chrono::nanoseconds pieceInterval{0};  ///< ... this far apart
   std::optional<std::string> failure = {};    ///< after the delay this transport failure comes instead
   bool isSilent = false;                      ///< no answer ever comes
@@ -44,6 +45,9 @@ struct ScriptedAnswer {
 
   /// The request fails underneath HTTP with `message`.
   [[nodiscard]] static ScriptedAnswer transportFailure(std::string message);
+
+  /// What listens there speaks another protocol.
+  [[nodiscard]] static ScriptedAnswer notHttp();
 
   /// The connection ends in the middle of the body.
   [[nodiscard]] static ScriptedAnswer cutShort();

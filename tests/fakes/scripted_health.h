@@ -22,6 +22,7 @@ struct HealthAnswer {
   int status = 200;
   std::string body = R"({"status":"ok"})";
   std::chrono::nanoseconds delay{0};
+  bool isEndless = false;  ///< the connection stays open behind the body, as if more were to come
 };
 
 class ScriptedHealth {
@@ -71,7 +72,7 @@ class ScriptedHealth {
       return {timedOut, {}};
     }
     if (answer->status >= 400 && flag("--fail") != arguments.end()) return {httpError, {}};
-    return {0, answer->body};
+    return {answer->isEndless ? timedOut : 0, answer->body};
   }
 
   FakeCommandRunner& commands_;
