@@ -1,5 +1,5 @@
-// Saving: asks for a place, fetches the finished file into that folder under a hidden name and moves it
-// there.
+// Saving: asks for a place, fetches the finished file into that folder, where it is not seen, and moves it to
+// the place.
 #include <utility>
 
 #include "async/callback_await.h"
@@ -17,6 +17,8 @@ Task<void> DownloaderWindowController::saveResult(MediaJob job) {
     co_return;
   }
   form_.statusLabel.setText("Saving " + location->filename().string() + "…");
+  // What bars the way there is better known before a gigabyte is fetched.
+  capabilities_.fileSystem.requireSavable(*location);
   const Task<void> fetching = fetchTo(*location, job.jobId);
   co_await fetching;
   savedURL = location;
@@ -41,7 +43,7 @@ Task<void> DownloaderWindowController::fetchTo(std::filesystem::path location, s
       client_.fetchResult(std::move(jobId), location.parent_path());
   const std::unique_ptr<TemporaryFile> fetched = co_await fetch;
   // The panel has asked about replacing; only now, with the whole file at hand, is the old one given up.
-  if (capabilities_.fileSystem.exists(location)) capabilities_.fileSystem.removeItem(location);
+  if (capabilities_.fileSystem.exists(location)) capabilities_.fileSystem.removeFile(location);
   fetched->moveTo(location);
 }
 

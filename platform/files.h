@@ -28,16 +28,22 @@ class FileSystem : public Interface {
   /// there afterwards.
   virtual bool createFile(const std::filesystem::path& path) = 0;
 
-  /// Removes one file, or the link itself when it is one. A folder that is not empty is never removed. Throws
+  /// Removes one file, or the link itself when it is one; never a folder, not even an empty one. Throws
   /// SystemError.
-  virtual void removeItem(const std::filesystem::path& path) = 0;
+  virtual void removeFile(const std::filesystem::path& path) = 0;
+
+  /// Throws SystemError when a file that is made now could not be saved at `path`, and leaves everything as
+  /// it is: the folder is missing or cannot be written, the file system refuses the name, or what stands
+  /// there is no file that could be replaced but a folder, or a link that leads nowhere. Only saving itself
+  /// is proof.
+  virtual void requireSavable(const std::filesystem::path& path) = 0;
 };
 
 /// Opens files that children write to.
 class OutputFileOpener : public Interface {
  public:
   /// Opens an existing file for writing from its start, without append mode, without shortening it,
-  /// close-on-exec. Throws SystemError.
+  /// close-on-exec. Never waits: a pipe, a device or a socket is refused. Throws SystemError.
   [[nodiscard]] virtual std::unique_ptr<OutputFile> openForWriting(const std::filesystem::path& path) = 0;
 };
 

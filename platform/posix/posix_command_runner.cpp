@@ -11,6 +11,7 @@
 #include "platform/posix/descriptor.h"
 #include "platform/posix/spawn.h"
 #include "platform/posix/system_failure.h"
+#include "platform/posix/uninterrupted.h"
 
 namespace zunto {
 namespace {
@@ -41,8 +42,8 @@ std::string drain(const Descriptor& stream, std::size_t kept) {
   std::string output;
   std::array<char, std::size_t{16} * 1024> buffer{};
   for (;;) {
-    const ssize_t count = ::read(stream.number(), buffer.data(), buffer.size());
-    if (count == -1 && errno == EINTR) continue;
+    const ssize_t count =
+        uninterrupted([&] { return ::read(stream.number(), buffer.data(), buffer.size()); });
     if (count <= 0) return output;
     output.append(buffer.data(), std::min(static_cast<std::size_t>(count), kept - output.size()));
   }

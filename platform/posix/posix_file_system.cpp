@@ -5,13 +5,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "platform/posix/descriptor.h"
+#include "platform/posix/posix_temporary_file.h"
 #include "platform/posix/system_failure.h"
+#include "platform/posix/uninterrupted.h"
 
 namespace zunto {
 namespace {
@@ -29,12 +30,16 @@ std::optional<mode_t> kindOf(const std::filesystem::path& path) {
 
 bool isFolder(const std::filesystem::path& path) { return kindOf(path) == S_IFDIR; }
 
-Descriptor openFile(const std::filesystem::path& path, int flags) {
-  int number = -1;
-  do {
-    number = ::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, filePermissions);
-  } while (number == -1 && errno == EINTR);
-  return Descriptor(number);
+bool isRegularFile(const Descriptor& file) {
+  struct stat status {};
+  return ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// Opens for writing without waiting: a pipe that happens to stand there would otherwise block until somebody
+/// reads it. To a regular file that makes no difference.
+Descriptor openFile(const std::filesystem::path& path, int moreFlags) {
+  const int flags = O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | moreFlags;
+  return Descriptor(uninterrupted([&] { return ::open(path.c_str(), flags, filePermissions); }));
 }
 
 class PosixOutputFile final : public OutputFile {
@@ -83,18 +88,38 @@ void PosixFileSystem::createFolder(const std::filesystem::path& path) {
 }
 
 bool PosixFileSystem::createFile(const std::filesystem::path& path) {
-  // Without waiting: a pipe that happens to stand there would otherwise block until somebody reads it.
-  const Descriptor file = openFile(path, O_WRONLY | O_CREAT | O_NONBLOCK);
+  const Descriptor file = openFile(path, O_CREAT);
   return file.isOpen() || (exists(path) && !isFolder(path));
 }
 
-void PosixFileSystem::removeItem(const std::filesystem::path& path) {
-  if (std::remove(path.c_str()) != 0) throw systemFailure(quotedName(path) + " could not be removed", errno);
+void PosixFileSystem::removeFile(const std::filesystem::path& path) {
+  if (::unlink(path.c_str()) != 0) throw systemFailure(quotedName(path) + " could not be removed", errno);
+}
+
+void PosixFileSystem::requireSavable(const std::filesystem::path& path) {
+  struct stat status {};
+  const bool isTaken = ::lstat(path.c_str(), &status) == 0;
+  if (!isTaken && errno != ENOENT) throw saveFailure(path, errno);
+  if (isFolder(path)) throw saveFailure(path, EISDIR);
+  if (isTaken && !exists(path)) {
+    throw SystemError("The file could not be saved as " + quotedName(path) +
+                      ": A link that leads nowhere has that name.");
+  }
+  PosixTemporaryFile trial(path.parent_path());
+  // Some file systems refuse a name only when a file is to get it. Where files need no name until they are
+  // moved, looking the name up has told, and nothing is ever seen of the trial.
+  if (isTaken || !trial.hasHiddenName()) return;
+  trial.moveTo(path);
+  removeFile(path);
 }
 
 std::unique_ptr<OutputFile> PosixOutputFileOpener::openForWriting(const std::filesystem::path& path) {
-  Descriptor file = openFile(path, O_WRONLY);
-  if (!file.isOpen()) throw systemFailure("The file " + quotedName(path) + " could not be opened", errno);
+  const std::string subject = "The file " + quotedName(path) + " could not be opened";
+  Descriptor file = openFile(path, 0);
+  // What the system says of a pipe or a socket that nobody reads is not for people.
+  const bool isSpecial = file.isOpen() ? !isRegularFile(file) : errno == ENXIO;
+  if (isSpecial) throw SystemError(subject + ": It is not a regular file.");
+  if (!file.isOpen()) throw systemFailure(subject, errno);
   return std::make_unique<PosixOutputFile>(quotedName(path), std::move(file));
 }
 

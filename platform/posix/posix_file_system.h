@@ -16,7 +16,8 @@ class PosixFileSystem final : public FileSystem {
   [[nodiscard]] bool isExecutableFile(const std::filesystem::path& path) const override;
   void createFolder(const std::filesystem::path& path) override;
   bool createFile(const std::filesystem::path& path) override;
-  void removeItem(const std::filesystem::path& path) override;
+  void removeFile(const std::filesystem::path& path) override;
+  void requireSavable(const std::filesystem::path& path) override;
 };
 
 class PosixOutputFileOpener final : public OutputFileOpener {

@@ -2,7 +2,6 @@
 
 #include <sys/wait.h>
 
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -15,6 +14,7 @@
 
 #include "platform/posix/spawn.h"
 #include "platform/posix/system_failure.h"
+#include "platform/posix/uninterrupted.h"
 
 namespace zunto {
 namespace {
@@ -38,8 +38,7 @@ class Child {
   /// Blocks until the child has ended and reaps it.
   void waitForEnd() {
     siginfo_t info{};
-    while (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT) == -1 && errno == EINTR) {
-    }
+    uninterrupted([&] { return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT); });
     {
       const std::lock_guard lock(mutex_);
       reapProcess(pid_);

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/posix/system_failure.h"
+#include "platform/posix/uninterrupted.h"
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): macOS declares it nowhere
 
@@ -170,10 +171,7 @@ pid_t spawnProcess(const SpawnRequest& request) {
 
 std::optional<int> reapProcess(pid_t pid) {
   int status = 0;
-  pid_t reaped = -1;
-  do {
-    reaped = ::waitpid(pid, &status, 0);
-  } while (reaped == -1 && errno == EINTR);
+  const pid_t reaped = uninterrupted([&] { return ::waitpid(pid, &status, 0); });
   return reaped == pid ? std::optional(status) : std::nullopt;
 }
 

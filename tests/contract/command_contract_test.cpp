@@ -123,7 +123,7 @@ TYPED_TEST(CommandContract, RefusesAnExecutableThatIsNotThere) {
     static_cast<void>(this->run(this->world_.missing()));
     FAIL() << "the launch was not refused";
   } catch (const SystemError& refusal) {
-    EXPECT_STREQ(refusal.message(), "\"curl\" could not be started: No such file or directory.");
+    EXPECT_EQ(refusal.message(), "\"curl\" could not be started: No such file or directory.");
   }
 }
 

@@ -17,8 +17,10 @@
 
 #include "platform/posix/posix_file_system.h"
 #include "platform/system_error.h"
+#include "system_faults.h"
 #include "temporary_folder.h"
 #include "tests/fakes/fake_file_system.h"
+#include "unprivileged.h"
 
 namespace zunto::testing {
 namespace {
@@ -40,8 +42,10 @@ class RealHarness {
     fs::permissions(path, fs::perms::owner_all);
   }
   void addLink(const fs::path& path, const fs::path& target) const { fs::create_symlink(target, path); }
+  void addPipe(const fs::path& path) const { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); }
 
   [[nodiscard]] bool isFolder(const fs::path& path) const { return fs::is_directory(path); }
+  [[nodiscard]] bool isEmpty(const fs::path& folder) const { return fs::is_empty(folder); }
   [[nodiscard]] std::optional<std::string> contents(const fs::path& path) const {
     std::ifstream file(path, std::ios::binary);
     if (!file || fs::is_directory(path)) return std::nullopt;
@@ -68,8 +72,10 @@ class FakeHarness {
   void addFile(const fs::path& path, std::string contents) { files_.addFile(path, std::move(contents)); }
   void addExecutable(const fs::path& path) { files_.addExecutable(path); }
   void addLink(const fs::path& path, const fs::path& target) { files_.addLink(path, target); }
+  void addPipe(const fs::path& path) { files_.addPipe(path); }
 
   [[nodiscard]] bool isFolder(const fs::path& path) const { return files_.isFolder(path); }
+  [[nodiscard]] bool isEmpty(const fs::path& folder) const { return files_.isEmpty(folder); }
   [[nodiscard]] std::optional<std::string> contents(const fs::path& path) const {
     return files_.contents(path);
   }
@@ -98,6 +104,10 @@ class FileContract : public ::testing::Test {
   [[nodiscard]] FileSystem& files() { return world_.files(); }
   std::unique_ptr<OutputFile> open(const fs::path& relative) {
     return world_.opener().openForWriting(at(relative));
+  }
+
+  std::string refusalToSave(const fs::path& relative) {
+    return refusalOf([&] { files().requireSavable(at(relative)); });
   }
 
   Harness world_;
@@ -215,14 +225,14 @@ TYPED_TEST(FileContract, AnswersThatAFileCouldNotBeMade) {
 
 TYPED_TEST(FileContract, RemovesAFile) {
   this->world_.addFile(this->at("file"), "contents");
-  this->files().removeItem(this->at("file"));
+  this->files().removeFile(this->at("file"));
   EXPECT_FALSE(this->files().exists(this->at("file")));
 }
 
 TYPED_TEST(FileContract, RemovesALinkAndNotWhatItLeadsTo) {
   this->world_.addFile(this->at("file"), "kept");
   this->world_.addLink(this->at("link"), "file");
-  this->files().removeItem(this->at("link"));
+  this->files().removeFile(this->at("link"));
   EXPECT_FALSE(this->files().exists(this->at("link")));
   EXPECT_EQ(this->world_.contents(this->at("file")), "kept");
 }
@@ -231,28 +241,67 @@ TYPED_TEST(FileContract, RemovesALinkToAFolderAndNothingInTheFolder) {
   this->world_.addFolder(this->at("folder"));
   this->world_.addFile(this->at("folder/file"), "kept");
   this->world_.addLink(this->at("link"), "folder");
-  this->files().removeItem(this->at("link"));
+  this->files().removeFile(this->at("link"));
   EXPECT_FALSE(this->files().exists(this->at("link")));
   EXPECT_EQ(this->world_.contents(this->at("folder/file")), "kept");
 }
 
-TYPED_TEST(FileContract, RemovesAnEmptyFolder) {
+TYPED_TEST(FileContract, NeverRemovesAFolder) {
   this->world_.addFolder(this->at("folder"));
-  this->files().removeItem(this->at("folder"));
-  EXPECT_FALSE(this->files().exists(this->at("folder")));
-}
-
-TYPED_TEST(FileContract, NeverRemovesAFolderWithSomethingInIt) {
-  this->world_.addFolder(this->at("folder"));
-  this->world_.addFile(this->at("folder/file"), "kept");
-  EXPECT_EQ(refusalOf([&] { this->files().removeItem(this->at("folder")); }),
-            "\"folder\" could not be removed: Directory not empty.");
-  EXPECT_EQ(this->world_.contents(this->at("folder/file")), "kept");
+  EXPECT_EQ(refusalOf([&] { this->files().removeFile(this->at("folder")); }),
+            "\"folder\" could not be removed: Is a directory.");
+  EXPECT_TRUE(this->world_.isFolder(this->at("folder")));
 }
 
 TYPED_TEST(FileContract, RefusesToRemoveWhatIsNotThere) {
-  EXPECT_EQ(refusalOf([&] { this->files().removeItem(this->at("song.mp3")); }),
+  EXPECT_EQ(refusalOf([&] { this->files().removeFile(this->at("song.mp3")); }),
             "\"song.mp3\" could not be removed: No such file or directory.");
+}
+
+TYPED_TEST(FileContract, FindsAPlaceForANewFileAndLeavesNothingThere) {
+  EXPECT_EQ(this->refusalToSave("film.mp4"), "");
+  EXPECT_TRUE(this->world_.isEmpty(this->at("")));
+}
+
+TYPED_TEST(FileContract, FindsAPlaceWhereAFileMayBeReplacedAndLeavesTheFile) {
+  this->world_.addFile(this->at("film.mp4"), "older");
+  this->world_.addLink(this->at("link.mp4"), "film.mp4");
+  EXPECT_EQ(this->refusalToSave("film.mp4"), "");
+  EXPECT_EQ(this->refusalToSave("link.mp4"), "");
+  EXPECT_EQ(this->world_.contents(this->at("film.mp4")), "older");
+  EXPECT_EQ(this->world_.contents(this->at("link.mp4")), "older");
+}
+
+TYPED_TEST(FileContract, FindsNoPlaceWhereAFolderIs) {
+  this->world_.addFolder(this->at("folder"));
+  this->world_.addLink(this->at("link"), "folder");
+  EXPECT_EQ(this->refusalToSave("folder"), "The file could not be saved as \"folder\": Is a directory.");
+  EXPECT_EQ(this->refusalToSave("link"), "The file could not be saved as \"link\": Is a directory.");
+  EXPECT_TRUE(this->world_.isFolder(this->at("folder")));
+}
+
+TYPED_TEST(FileContract, FindsNoPlaceWhereALinkLeadsNowhere) {
+  this->world_.addLink(this->at("film.mp4"), "nothing");
+  EXPECT_EQ(this->refusalToSave("film.mp4"),
+            "The file could not be saved as \"film.mp4\": A link that leads nowhere has that name.");
+}
+
+TYPED_TEST(FileContract, FindsNoPlaceForANameThatIsTooLong) {
+  const std::string longest(255, 'x');
+  EXPECT_EQ(this->refusalToSave(longest), "");
+  EXPECT_EQ(this->refusalToSave(longest + "x"),
+            "The file could not be saved as \"" + longest + "x\": File name too long.");
+}
+
+TYPED_TEST(FileContract, FindsNoPlaceInAFolderThatIsNotThere) {
+  EXPECT_EQ(this->refusalToSave("missing/film.mp4"),
+            "No file could be made in the folder \"missing\": No such file or directory.");
+}
+
+TYPED_TEST(FileContract, FindsNoPlaceBelowAFile) {
+  this->world_.addFile(this->at("file"), "");
+  EXPECT_EQ(this->refusalToSave("file/film.mp4"),
+            "The file could not be saved as \"film.mp4\": Not a directory.");
 }
 
 TYPED_TEST(FileContract, RefusesToOpenAFileThatIsNotThere) {
@@ -265,6 +314,14 @@ TYPED_TEST(FileContract, RefusesToOpenAFolder) {
   this->world_.addFolder(this->at("helper.log"));
   EXPECT_EQ(refusalOf([&] { static_cast<void>(this->open("helper.log")); }),
             "The file \"helper.log\" could not be opened: Is a directory.");
+}
+
+TYPED_TEST(FileContract, RefusesToOpenAPipeWithoutWaitingForItsReader) {
+  this->world_.addPipe(this->at("helper.log"));
+  EXPECT_TRUE(this->files().exists(this->at("helper.log")));
+  EXPECT_TRUE(this->files().createFile(this->at("helper.log")));
+  EXPECT_EQ(refusalOf([&] { static_cast<void>(this->open("helper.log")); }),
+            "The file \"helper.log\" could not be opened: It is not a regular file.");
 }
 
 TYPED_TEST(FileContract, OpensAFileAtItsStartWithoutShorteningIt) {
@@ -313,7 +370,7 @@ TYPED_TEST(FileContract, OpensTheFileThatALinkLeadsTo) {
 TYPED_TEST(FileContract, KeepsAnOpenFileApartFromANewOneInItsPlace) {
   this->world_.addFile(this->at("log"), "");
   const auto file = this->open("log");
-  this->files().removeItem(this->at("log"));
+  this->files().removeFile(this->at("log"));
   this->files().createFile(this->at("log"));
   this->world_.write(*file, "into the removed file");
   EXPECT_EQ(this->world_.contents(this->at("log")), "");
@@ -377,18 +434,41 @@ TEST_F(PosixFiles, ReportsWhatTheSystemReportsWhenItCloses) {
   EXPECT_EQ(file->descriptor(), -1);
 }
 
-TEST_F(PosixFiles, RefusesToMoveToTheEndOfAPipe) {
-  ASSERT_EQ(::mkfifo(at("pipe").c_str(), 0600), 0);
-  const int reader = ::open(at("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  const auto file = opener_.openForWriting(at("pipe"));
-  EXPECT_EQ(refusalOf([&] { file->seekToEnd(); }),
-            "The end of the file \"pipe\" could not be found: Illegal seek.");
+TEST_F(PosixFiles, RefusesToOpenAPipeThatSomebodyReads) {
+  ASSERT_EQ(::mkfifo(at("helper.log").c_str(), 0600), 0);
+  const int reader = ::open(at("helper.log").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  EXPECT_EQ(refusalOf([&] { static_cast<void>(opener_.openForWriting(at("helper.log"))); }),
+            "The file \"helper.log\" could not be opened: It is not a regular file.");
   ::close(reader);
 }
 
-TEST_F(PosixFiles, DoesNotWaitForAReaderWhereAPipeStandsInPlaceOfTheFile) {
-  ASSERT_EQ(::mkfifo(at("helper.log").c_str(), 0600), 0);
-  EXPECT_TRUE(files_.createFile(at("helper.log")));
+TEST_F(PosixFiles, RefusesToOpenADevice) {
+  fs::create_symlink("/dev/null", at("helper.log"));
+  EXPECT_EQ(refusalOf([&] { static_cast<void>(opener_.openForWriting(at("helper.log"))); }),
+            "The file \"helper.log\" could not be opened: It is not a regular file.");
+}
+
+TEST_F(PosixFiles, GoesOnWhenASignalInterruptsTheOpening) {
+  const SystemFault fault(SystemCall::open, EINTR, 2);
+  EXPECT_TRUE(files_.createFile(at("log")));
+  EXPECT_EQ(fault.failures(), 2);
+}
+
+TEST_F(PosixFiles, TriesANameWhereFilesCannotBeWithoutOne) {
+  const SystemFault noNameless(SystemCall::makeNameless, EOPNOTSUPP);
+  files_.requireSavable(at("film.mp4"));
+  EXPECT_TRUE(fs::is_empty(folder_.path()));
+  const SystemFault refused(SystemCall::renameExclusive, ENAMETOOLONG, 1);
+  EXPECT_EQ(refusalOf([&] { files_.requireSavable(at("What? A film: one.mp4")); }),
+            "The file could not be saved as \"What? A film: one.mp4\": File name too long.");
+  EXPECT_TRUE(fs::is_empty(folder_.path()));
+}
+
+TEST_F(PosixFiles, TriesNoNameThatAFileHasAlready) {
+  std::ofstream(at("film.mp4")) << "older";
+  const SystemFault noNameless(SystemCall::makeNameless, EOPNOTSUPP);
+  EXPECT_EQ(refusalOf([&] { files_.requireSavable(at("film.mp4")); }), "");
+  EXPECT_TRUE(fs::exists(at("film.mp4")));
 }
 
 TEST_F(PosixFiles, LeavesPermissionsToTheUsersMask) {
@@ -399,23 +479,6 @@ TEST_F(PosixFiles, LeavesPermissionsToTheUsersMask) {
   EXPECT_EQ(fs::status(at("folder")).permissions(), fs::perms(0750));
   EXPECT_EQ(fs::status(at("file")).permissions(), fs::perms(0640));
 }
-
-/// An unprivileged user for the time of a test that runs as the superuser, to whom nothing is forbidden.
-class Unprivileged {
- public:
-  Unprivileged() {
-    if (user_ == 0) static_cast<void>(::seteuid(nobody));
-  }
-  Unprivileged(const Unprivileged&) = delete;
-  Unprivileged& operator=(const Unprivileged&) = delete;
-  ~Unprivileged() {
-    if (user_ == 0) static_cast<void>(::seteuid(user_));
-  }
-
- private:
-  static constexpr uid_t nobody = 65534;
-  uid_t user_ = ::geteuid();
-};
 
 TEST_F(PosixFiles, SayWhatIsForbidden) {
   fs::create_directory(at("locked"));
@@ -429,8 +492,10 @@ TEST_F(PosixFiles, SayWhatIsForbidden) {
               "The folder \"new\" could not be made: Permission denied.");
     EXPECT_EQ(refusalOf([&] { static_cast<void>(opener_.openForWriting(at("locked/log"))); }),
               "The file \"log\" could not be opened: Permission denied.");
-    EXPECT_EQ(refusalOf([&] { files_.removeItem(at("locked/log")); }),
+    EXPECT_EQ(refusalOf([&] { files_.removeFile(at("locked/log")); }),
               "\"log\" could not be removed: Permission denied.");
+    EXPECT_EQ(refusalOf([&] { files_.requireSavable(at("locked/log")); }),
+              "No file could be made in the folder \"locked\": Permission denied.");
     EXPECT_FALSE(files_.createFile(at("locked/new.log")));
     EXPECT_TRUE(files_.createFile(at("locked/log")));  // it is there, whoever may write to it
     files_.createFolder(at("locked"));

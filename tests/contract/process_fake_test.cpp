@@ -62,7 +62,7 @@ TEST_F(ScriptedChildren, AreRefusedOnDemand) {
     static_cast<void>(spawner_.launch(spec(), [] {}));
     FAIL() << "the launch was not refused";
   } catch (const SystemError& refusal) {
-    EXPECT_STREQ(refusal.message(), "\"node\" could not be started: Permission denied.");
+    EXPECT_EQ(refusal.message(), "\"node\" could not be started: Permission denied.");
   }
   spawner_.refuseNoLaunch();
   EXPECT_TRUE(spawner_.launch(spec(), [] {})->isRunning());
@@ -74,14 +74,14 @@ TEST(ScriptedFiles, RefuseChangesBelowAPlaceOnDemand) {
   files.addFile("/world/kept", "kept");
   files.refuse("/world", "Read-only file system");
   EXPECT_THROW(files.createFolder("/world/folder"), SystemError);
-  EXPECT_THROW(files.removeItem("/world/kept"), SystemError);
+  EXPECT_THROW(files.removeFile("/world/kept"), SystemError);
   EXPECT_THROW(static_cast<void>(files.openForWriting("/world/kept")), SystemError);
   EXPECT_FALSE(files.createFile("/world/new"));
   EXPECT_TRUE(files.createFile("/world/kept"));
   files.createFolder("/world");
   files.createFolder("/worldwide");
   files.refuseNothing();
-  files.removeItem("/world/kept");
+  files.removeFile("/world/kept");
   EXPECT_FALSE(files.exists("/world/kept"));
 }
 

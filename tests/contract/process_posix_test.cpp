@@ -239,7 +239,7 @@ TEST_F(PosixProcesses, NeverRunsAFileWithoutAnInterpreterThroughAShell) {
     world_.launch(world_.spec(file));
     FAIL() << "the launch was not refused";
   } catch (const SystemError& refusal) {
-    EXPECT_STREQ(refusal.message(), "\"node\" could not be started: Exec format error.");
+    EXPECT_EQ(refusal.message(), "\"node\" could not be started: Exec format error.");
   }
 }
 

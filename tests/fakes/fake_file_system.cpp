@@ -10,6 +10,7 @@ namespace zunto::testing {
 namespace {
 
 constexpr int maximumLinks = 40;
+constexpr std::size_t maximumName = 255;
 
 std::string describe(std::errc error) { return std::make_error_code(error).message(); }
 
@@ -39,10 +40,9 @@ FakeOutputFile::FakeOutputFile(std::string quotedFileName, int descriptor,
     : quotedName_(std::move(quotedFileName)), descriptor_(descriptor), openFile_(std::move(openFile)) {}
 
 void FakeOutputFile::seekToEnd() {
-  if (!openFile_) {
-    throw failure("The end of the file " + quotedName_ + " could not be found",
-                  describe(std::errc::bad_file_descriptor));
-  }
+  const std::string subject = "The end of the file " + quotedName_ + " could not be found";
+  if (!openFile_) throw failure(subject, describe(std::errc::bad_file_descriptor));
+  if (seekFailure_) throw failure(subject, *seekFailure_);
   openFile_->position = openFile_->file->contents.size();
 }
 
@@ -93,19 +93,39 @@ void FakeFileSystem::createFolder(const std::filesystem::path& path) {
 
 bool FakeFileSystem::createFile(const std::filesystem::path& path) {
   const Place place = find(path, LastLink::followed);
-  if (place.error == std::errc{}) return fileData(path) != nullptr;
+  if (place.error == std::errc{}) return !isFolder(path);
   if (!place.parentExists || refusalAt(place.path)) return false;
   nodes_.insert_or_assign(place.path, std::make_shared<FakeFileData>());
   return true;
 }
 
-void FakeFileSystem::removeItem(const std::filesystem::path& path) {
+void FakeFileSystem::removeFile(const std::filesystem::path& path) {
   const std::string subject = quotedName(path) + " could not be removed";
   const Place place = find(path, LastLink::kept);
   if (place.error != std::errc{}) throw failure(subject, describe(place.error));
   if (const auto reason = refusalAt(place.path)) throw failure(subject, *reason);
-  if (hasChildren(place.path)) throw failure(subject, describe(std::errc::directory_not_empty));
+  if (std::holds_alternative<Folder>(nodes_.at(place.path))) {
+    throw failure(subject, describe(std::errc::is_a_directory));
+  }
   nodes_.erase(place.path);
+}
+
+void FakeFileSystem::requireSavable(const std::filesystem::path& path) {
+  const std::string subject = "The file could not be saved as " + quotedName(path);
+  const Place place = find(path, LastLink::kept);
+  if (place.error == std::errc::not_a_directory) throw failure(subject, describe(place.error));
+  if (path.filename().string().size() > maximumName) {
+    throw failure(subject, describe(std::errc::filename_too_long));
+  }
+  if (isFolder(path)) throw failure(subject, describe(std::errc::is_a_directory));
+  if (place.error == std::errc{} && !exists(path)) {
+    throw failure(subject, "A link that leads nowhere has that name");
+  }
+  const std::string noFile = "No file could be made in the folder " + quotedName(path.parent_path());
+  if (!isFolder(path.parent_path())) {
+    throw failure(noFile, describe(std::errc::no_such_file_or_directory));
+  }
+  if (const auto reason = refusalAt(place.path)) throw failure(noFile, *reason);
 }
 
 std::unique_ptr<OutputFile> FakeFileSystem::openForWriting(const std::filesystem::path& path) {
@@ -114,8 +134,11 @@ std::unique_ptr<OutputFile> FakeFileSystem::openForWriting(const std::filesystem
   if (place.error != std::errc{}) throw failure(subject, describe(place.error));
   if (isFolder(place.path)) throw failure(subject, describe(std::errc::is_a_directory));
   if (const auto reason = refusalAt(place.path)) throw failure(subject, *reason);
+  if (!fileData(place.path)) throw failure(subject, "It is not a regular file");
   auto openFile = std::make_shared<FakeOpenFile>(FakeOpenFile{fileData(place.path), 0});
-  return std::make_unique<FakeOutputFile>(quotedName(path), nextDescriptor_++, std::move(openFile));
+  auto file = std::make_unique<FakeOutputFile>(quotedName(path), nextDescriptor_++, std::move(openFile));
+  if (seekRefusal_) file->failSeek(*seekRefusal_);
+  return file;
 }
 
 void FakeFileSystem::addFolder(const std::filesystem::path& path) {
@@ -127,10 +150,7 @@ void FakeFileSystem::addFolder(const std::filesystem::path& path) {
 }
 
 void FakeFileSystem::addFile(const std::filesystem::path& path, std::string contents) {
-  addFolder(path.parent_path());
-  removeTree(path);
-  nodes_.insert_or_assign(find(path, LastLink::kept).path,
-                          std::make_shared<FakeFileData>(FakeFileData{std::move(contents), false}));
+  add(path, std::make_shared<FakeFileData>(FakeFileData{std::move(contents), false}));
 }
 
 void FakeFileSystem::addExecutable(const std::filesystem::path& path) {
@@ -139,9 +159,15 @@ void FakeFileSystem::addExecutable(const std::filesystem::path& path) {
 }
 
 void FakeFileSystem::addLink(const std::filesystem::path& path, std::filesystem::path target) {
+  add(path, Link{std::move(target)});
+}
+
+void FakeFileSystem::addPipe(const std::filesystem::path& path) { add(path, Pipe{}); }
+
+void FakeFileSystem::add(const std::filesystem::path& path, Node node) {
   addFolder(path.parent_path());
   removeTree(path);
-  nodes_.insert_or_assign(find(path, LastLink::kept).path, Link{std::move(target)});
+  nodes_.insert_or_assign(find(path, LastLink::kept).path, std::move(node));
 }
 
 void FakeFileSystem::removeTree(const std::filesystem::path& path) {

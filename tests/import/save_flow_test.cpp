@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,7 @@ using ::testing::TestWithParam;
 using ::testing::ValuesIn;
 
 const std::filesystem::path place = "/home/user/Videos/film.mp4";
-const std::string resultPath = "/jobs/job-1/result";
+const std::string resultPath = "/jobs/job-1-own/result";
 const std::string savingCancelled = "Download finished locally. Saving was cancelled.";
 const std::string couldNotBeRead = "The local result could not be read.";
 
@@ -52,6 +53,8 @@ struct EndRow {
   std::string status;
   int beeps;
   bool saved;
+
+  friend void PrintTo(const EndRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class SaveEndTable : public TestWithParam<EndRow> {};
@@ -97,6 +100,7 @@ std::vector<EndRow> endRows() {
       withoutFile("noResult", R"("title":"t")"),
       withoutFile("kindOtherThanFile", R"("result":{"kind":"folder","filename":"a.mp4"})"),
       withoutFile("kindFileInOtherLetters", R"("result":{"kind":"File"})"),
+      withoutFile("otherKindWithAnAddress", R"("result":{"kind":"url","downloadUrl":"/jobs/job-1/result"})"),
       {"panelCancelled",
        [](ImportWorld& world) {
          world.atSavePanel();
@@ -117,8 +121,9 @@ std::vector<EndRow> endRows() {
        [](ImportWorld& world) {
          world.atSavePanel();
          world.files.addFile(place, "old");
+         choosePlace(world, {.body = "bytes", .delay = std::chrono::seconds(5)});
          world.files.refuse(place, "Read-only file system");
-         choosePlace(world);
+         world.clock.advance(std::chrono::seconds(5));
          EXPECT_EQ(world.files.contents(place), "old");
        },
        "\"film.mp4\" could not be removed: Read-only file system.", 1, false},
@@ -233,7 +238,7 @@ TEST(SaveFlow, FetchesTheJobsResultWithoutHeadersAndNeverTheAddressOfTheAnswer) 
   choosePlace(world);
   const auto fetches = world.http.requests("GET", resultPath);
   ASSERT_EQ(fetches.size(), 1U);
-  EXPECT_EQ(fetches[0].url, "http://127.0.0.1:43127/jobs/job-1/result");
+  EXPECT_EQ(fetches[0].url, "http://127.0.0.1:43127/jobs/job-1-own/result");
   EXPECT_THAT(fetches[0].headers, IsEmpty());
 }
 
@@ -308,16 +313,62 @@ TEST(SaveFlow, KeepsTheOlderFileWhileTheNewOneIsFetched) {
   EXPECT_EQ(world.files.contents(place), "bytes");
 }
 
-TEST(SaveFlow, NeverRemovesAFolderWithItsContent) {
+TEST(SaveFlow, NeverRemovesAFolderThatAppearsWhileTheFileIsFetched) {
   ImportWorld world;
   world.analyzed();
-  world.files.addFile(place / "inside", "precious");
   world.atSavePanel();
-  choosePlace(world);
-  EXPECT_EQ(world.files.contents(place / "inside"), "precious");
+  choosePlace(world, {.body = "bytes", .delay = std::chrono::seconds(5)});
+  world.files.addFolder(place);
+  world.clock.advance(std::chrono::seconds(5));
+  EXPECT_EQ(world.status(), "\"film.mp4\" could not be removed: Is a directory.");
   EXPECT_EQ(world.beeper.beeps(), 1);
+  EXPECT_TRUE(world.files.isFolder(place));
   EXPECT_TRUE(world.http.files().at(0)->isRemoved);
 }
+
+// ---- What bars the way and is known before the fetch.
+
+struct BarredRow {
+  std::string name;
+  std::function<void(ImportWorld&)> bar;
+  std::filesystem::path place;
+  std::string status;
+
+  friend void PrintTo(const BarredRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class SaveBarredTable : public TestWithParam<BarredRow> {};
+
+TEST_P(SaveBarredTable, FailsWithoutFetchingAnything) {
+  ImportWorld world;
+  world.analyzed();
+  GetParam().bar(world);
+  world.atSavePanel();
+  world.panels.choose(GetParam().place);
+  world.settle();
+  EXPECT_EQ(world.status(), GetParam().status);
+  EXPECT_EQ(world.beeper.beeps(), 1);
+  EXPECT_TRUE(world.inputsAreEnabled());
+  EXPECT_EQ(world.requestCount("GET", resultPath), 0U);
+  EXPECT_FALSE(world.fields().savedURL);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, SaveBarredTable,
+    ValuesIn(std::vector<BarredRow>{
+        {"folder", [](ImportWorld& world) { world.files.addFolder(place); }, place,
+         "The file could not be saved as \"film.mp4\": Is a directory."},
+        {"linkThatLeadsNowhere", [](ImportWorld& world) { world.files.addLink(place, "nothing"); }, place,
+         "The file could not be saved as \"film.mp4\": A link that leads nowhere has that name."},
+        {"refusedName", [](ImportWorld&) {}, place.parent_path() / std::string(256, 'x'),
+         "The file could not be saved as \"" + std::string(256, 'x') + "\": File name too long."},
+        {"folderThatCannotBeWritten",
+         [](ImportWorld& world) { world.files.refuse(place.parent_path(), "Permission denied"); }, place,
+         "No file could be made in the folder \"Videos\": Permission denied."},
+        {"missingFolder", [](ImportWorld& world) { world.files.removeTree(place.parent_path()); }, place,
+         "No file could be made in the folder \"Videos\": No such file or directory."},
+    }),
+    [](const TestParamInfo<BarredRow>& row) { return row.param.name; });
 
 TEST(SaveFlow, AFailureKeepsTheEarlierSavedFileAndItsButton) {
   ImportWorld world;
@@ -412,6 +463,44 @@ TEST(SaveCancellation, IsBeyondTheReachOfCancelOnceTheJobHasCompleted) {
   world.settle();
   EXPECT_EQ(world.panels.openPanels(), 1U);
   EXPECT_EQ(world.requestCount("POST", "/jobs/job-1/cancel"), 0U);
+}
+
+// ---- Twice, and afterwards.
+
+TEST(SavingAgain, RevealsTheLaterFile) {
+  ImportWorld world;
+  save(world);
+  world.atSavePanel();
+  world.http.answer("GET", resultPath, {.body = "other bytes"});
+  world.panels.choose("/home/user/Videos/other.mp4");
+  world.settle();
+  EXPECT_EQ(world.fields().savedURL, "/home/user/Videos/other.mp4");
+  world.form().revealButton.userClicked();
+  EXPECT_THAT(world.workspace.revealedLocations(), ElementsAre("/home/user/Videos/other.mp4"));
+  EXPECT_EQ(world.files.contents(place), "bytes");
+}
+
+TEST(SavingAgain, IsPossibleAfterACancelledPanelWhichLeavesTheBarAndIgnoresTheMode) {
+  ImportWorld world;
+  world.analyzed(R"("formats":[{"quality":"q"}])");
+  world.atSavePanel(testing::fileResult + R"(,"progress":97)");
+  world.form().modePopup.userSelected(2);  // no tracks: the mode refuses
+  ASSERT_FALSE(world.form().startButton.isEnabled());
+  world.panels.cancel();
+  world.settle();
+  EXPECT_EQ(world.form().progress.value(), 97);
+  EXPECT_TRUE(world.form().startButton.isEnabled());
+}
+
+TEST(Revealing, WorksAsOftenAsItIsAskedForAlsoWhenTheFileIsGone) {
+  ImportWorld world;
+  save(world);
+  world.form().revealButton.userClicked();
+  world.files.removeTree(place);
+  world.form().revealButton.userClicked();
+  EXPECT_THAT(world.workspace.revealedLocations(), ElementsAre(place, place));
+  EXPECT_FALSE(world.form().revealButton.isHidden());
+  EXPECT_EQ(world.status(), "Saved to /home/user/Videos/film.mp4");
 }
 
 }  // namespace
