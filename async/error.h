@@ -8,16 +8,26 @@
 // Plain values; any thread.
 #pragma once
 
-#include <stdexcept>
+#include <exception>
+#include <memory>
+#include <string>
+#include <utility>
 
 namespace zunto {
 
-class Error : public std::runtime_error {
+class Error : public std::exception {
  public:
-  using std::runtime_error::runtime_error;
+  explicit Error(std::string message) : message_(std::make_shared<const std::string>(std::move(message))) {}
 
-  /// The sentence for the user, UTF-8. Lives as long as this error.
-  [[nodiscard]] const char* message() const noexcept { return what(); }
+  /// The sentence for the user, UTF-8 and whole: one of the processor's may hold any character, U+0000
+  /// included. Lives as long as this error.
+  [[nodiscard]] const std::string& message() const noexcept { return *message_; }
+
+  /// The same up to its first U+0000, for who knows the standard's exceptions only.
+  [[nodiscard]] const char* what() const noexcept override { return message_->c_str(); }
+
+ private:
+  std::shared_ptr<const std::string> message_;  // shared, since copying an exception must not throw
 };
 
 /// What a cancelled await ends with.

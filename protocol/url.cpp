@@ -39,12 +39,14 @@ bool isBlankOrControl(char c) {
   return byte <= 0x20 || byte == 0x7F;
 }
 
-/// Where the path, query or fragment begins: before it brackets enclose an IP address, behind it they are
-/// text.
+/// Where the authority ends, 0 when there is none: up to there brackets enclose an IP address, behind it they
+/// are text.
 std::size_t endOfAuthority(std::string_view text) {
-  const std::size_t slashes = text.find("//");
-  const std::size_t from = slashes == std::string_view::npos ? 0 : slashes + 2;
-  return std::min(text.find_first_of("/?#", from), text.size());
+  const std::size_t delimiter = text.find_first_of(":/?#");
+  const bool hasScheme = delimiter != std::string_view::npos && text[delimiter] == ':';
+  const std::size_t slashes = hasScheme ? delimiter + 1 : 0;
+  if (!text.substr(slashes).starts_with("//")) return 0;
+  return std::min(text.find_first_of("/?#", slashes + 2), text.size());
 }
 
 bool isBareInBrowsers(char c, bool inAuthority) {

@@ -3,9 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <bit>
+#include <cmath>
 #include <cstddef>
+#include <cstdio>
 #include <functional>
+#include <limits>
 #include <optional>
+#include <ostream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -60,6 +67,8 @@ struct KeyRow {
   std::string value;  ///< valid, as JSON
   std::string shown;  ///< the same as `read` shows it
   std::function<std::string(const std::string& json)> read;
+
+  friend void PrintTo(const KeyRow& row, std::ostream* out) { *out << row.key; }
 };
 
 std::string documentWith(const KeyRow& row, const std::string& member) {
@@ -300,6 +309,8 @@ struct StatusRow {
   std::string word;
   bool isRunning;
   bool isCompleted;
+
+  friend void PrintTo(const StatusRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class StatusWordTable : public TestWithParam<StatusRow> {};
@@ -315,6 +326,10 @@ INSTANTIATE_TEST_SUITE_P(Rows, StatusWordTable,
                                                          {"downloading", "downloading", true, false},
                                                          {"processing", "processing", true, false},
                                                          {"completed", "completed", false, true},
+                                                         {"leadingBlank", " queued", false, false},
+                                                         {"trailingBlank", "probing ", false, false},
+                                                         {"beginningOfAWord", "download", false, false},
+                                                         {"longerThanAWord", "processing…", false, false},
                                                          {"anyOtherWord", "failed", false, false}}),
                          [](const TestParamInfo<StatusRow>& row) { return row.param.name; });
 
@@ -448,6 +463,11 @@ TEST(Decoding, TextsKeepEveryCharacter) {
   EXPECT_EQ(job.title, "a\u2026\n\"b\\/\U0001F600 …");
 }
 
+TEST(Decoding, TextsKeepTheNullCharacterAndWhatFollows) {
+  EXPECT_EQ(decodeJob(jobWith(R"("error":{"message":"before\u0000after"})")).error.value().message,
+            std::string("before\0after", 12));
+}
+
 // ---- Answers that no processor should send.
 
 TEST(HostileAnswers, DeepNestingFailsWithoutACrash) {
@@ -495,6 +515,66 @@ TEST(HostileAnswers, HugeIntegersAreReadAsDecimals) {
 
 TEST(HostileAnswers, ADurationOfTenToTheThreeHundredDecodes) {
   EXPECT_EQ(decodeJob(jobWith(R"("duration":1e300)")).duration, 1e300);
+}
+
+double decodedNumber(const std::string& number) {
+  return decodeJob(jobWith("\"duration\":" + number)).duration.value();
+}
+
+TEST(Numbers, AreValidWhateverTheirDigitsAndExponentsAre) {
+  for (const char* zero : {"0e999", "0.0e400", "-0e999", "0E+2147483648", "0e99999999999999999999", "1e-999",
+                           "1e-99999999999999999999", "0.000e-5", "-0"}) {
+    EXPECT_EQ(decodedNumber(zero), 0) << zero;
+  }
+  EXPECT_EQ(decodedNumber("1" + repeated("0", 400) + "e-400"), 1);
+  EXPECT_EQ(decodedNumber("0." + repeated("0", 400) + "1e401"), 1);
+  EXPECT_EQ(decodedNumber(repeated("9", 1000) + "E-999"), 10);
+  EXPECT_EQ(decodedNumber("0.5" + repeated("0", 100000)), 0.5);
+}
+
+TEST(Numbers, AreTheNearestDouble) {
+  EXPECT_EQ(decodedNumber("9007199254740993"), 9007199254740992.0);  // a tie goes to the even one
+  EXPECT_EQ(decodedNumber("9007199254740993." + repeated("0", 40) + "1"), 9007199254740994.0);
+  EXPECT_EQ(decodedNumber("1.7976931348623157e308"), std::numeric_limits<double>::max());
+  EXPECT_EQ(decodedNumber("1.7976931348623158e308"), std::numeric_limits<double>::max());
+  EXPECT_EQ(decodedNumber("4.9406564584124654e-324"), std::numeric_limits<double>::denorm_min());
+  EXPECT_EQ(decodedNumber("2.4703282292062328e-324"), std::numeric_limits<double>::denorm_min());
+  EXPECT_EQ(decodedNumber("2.4703282292062327e-324"), 0);
+  EXPECT_EQ(decodedNumber("2.2250738585072011e-308"), 2.2250738585072011e-308);
+  EXPECT_EQ(decodedNumber("123456789012345678901234567890e-20"), 1234567890.1234567890123456789);
+}
+
+TEST(Numbers, ReadBackAsTheyWereWrittenToSeventeenPlaces) {
+  std::mt19937_64 bits;  // NOLINT(cert-msc32-c,cert-msc51-cpp): the same numbers in every run
+  for (int i = 0; i < 20000; ++i) {
+    const auto number = std::bit_cast<double>(bits());
+    if (!std::isfinite(number)) continue;
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.17g", number);
+    ASSERT_EQ(decodedNumber(text.data()), number) << text.data();
+  }
+}
+
+TEST(Numbers, BeyondADoubleAreNoFaultWhereNoRecordLooks) {
+  EXPECT_EQ(decodeJob(jobWith(R"("more":[1e999,-1e99999999999999999999])")).jobId, "a");
+}
+
+TEST(Numbers, InTextsAreText) {
+  const MediaJob job = decodeJob(jobWith(R"("title":"\"1e999\" -0.50 \\","stage":"01","progress":7)"));
+  EXPECT_EQ(job.title, R"("1e999" -0.50 \)");
+  EXPECT_EQ(job.stage, "01");
+  EXPECT_EQ(job.progress, 7);
+}
+
+TEST(Numbers, ThatJsonLacksFailWhereverTheyStand) {
+  for (const char* number :
+       {"-",    "--1",   "+1",     "-+1",   "01",   "-01",       "00",    "1.",   "1.e5",
+        ".5",   "-.5",   "1e",     "1e+",   "1e-x", "1.5.5",     "1e5e5", "1-1",  "1 1",
+        "0x10", "1_000", "1,000,", "1e5.0", "NaN",  "-Infinity", "tr1ue", "nul1", "1\"2\""}) {
+    expectNoJob(jobWith("\"progress\":" + std::string(number)));
+    expectNoJob(jobWith("\"more\":[" + std::string(number) + "]"));
+  }
+  for (const char* number : {"1", "-", "1e999"}) expectNoJob(number);
 }
 
 TEST(HostileAnswers, WordsForNumbersThatJsonLacksFail) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,8 @@ struct ErrorRow {
   HelperErrorCode code;
   int number;
   std::string message;
+
+  friend void PrintTo(const ErrorRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class HelperErrorCodeTable : public ::testing::TestWithParam<ErrorRow> {};
@@ -40,7 +43,16 @@ TEST(HelperErrors, BelongToOneDomain) { EXPECT_EQ(HelperError::domain, "ZUNTO");
 TEST(HelperErrors, CarryTheProcessorsOwnSentence) {
   const HelperError error(HelperErrorCode::jobDidNotComplete, "This video is private.");
   EXPECT_EQ(error.code(), HelperErrorCode::jobDidNotComplete);
-  EXPECT_STREQ(error.message(), "This video is private.");
+  EXPECT_EQ(error.message(), "This video is private.");
+}
+
+TEST(HelperErrors, CarryASentenceWholeAlsoBehindANullCharacter) {
+  const std::string sentence("before\0after", 12);
+  const HelperError error(HelperErrorCode::jobDidNotComplete, sentence);
+  EXPECT_EQ(error.message(), sentence);
+  const Error copy = error;
+  EXPECT_EQ(copy.message(), sentence);
+  EXPECT_STREQ(copy.what(), "before");
 }
 
 }  // namespace

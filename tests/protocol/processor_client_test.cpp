@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -68,6 +69,8 @@ struct RequestRow {
   HttpHeaders headers;
   /// Sends the request, and answers whether it succeeded.
   std::function<bool(ClientWorld&)> send;
+
+  friend void PrintTo(const RequestRow& row, std::ostream* out) { *out << row.name; }
 };
 
 const HttpHeaders getHeaders = {{"Content-Type", "application/json"}};
@@ -149,6 +152,15 @@ TEST_P(RequestTable, IsNotRepeatedAfterATransportFailure) {
   EXPECT_EQ(world.http.requests().size(), 1U);
 }
 
+TEST_P(RequestTable, IsNotRepeatedAfterAnAnswerThatAsksForPatience) {
+  ClientWorld world;
+  world.http.answerAlways(GetParam().method, GetParam().path,
+                          {.status = 503, .headers = {{"Retry-After", "1"}}, .body = "{}"});
+  GetParam().send(world);
+  world.clock.advance(std::chrono::hours(1));
+  EXPECT_EQ(world.http.requests().size(), 1U);
+}
+
 INSTANTIATE_TEST_SUITE_P(Rows, RequestTable, ValuesIn(requestRows()),
                          [](const TestParamInfo<RequestRow>& row) { return row.param.name; });
 
@@ -158,6 +170,8 @@ struct JudgementRow {
   std::string name;
   std::optional<int> status;
   bool isSuccess;
+
+  friend void PrintTo(const JudgementRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class JudgementTable : public TestWithParam<JudgementRow> {};
@@ -173,7 +187,7 @@ TEST_P(JudgementTable, DecidesBetweenTheRecordAndTheErrorOfTheProcessor) {
   const auto failure = result->failureAs<HelperError>();
   ASSERT_TRUE(failure);
   EXPECT_EQ(failure->code(), HelperErrorCode::processorError);
-  EXPECT_STREQ(failure->message(), "No.");
+  EXPECT_EQ(failure->message(), "No.");
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, JudgementTable,
@@ -212,6 +226,15 @@ TEST(RequestFailureTable, AnErrorEnvelopeGivesItsSentence) {
   EXPECT_EQ(world.run(world.probe())->message(), "This site is unknown.");
 }
 
+TEST(RequestFailureTable, AnErrorEnvelopesSentenceStaysAsItIsAlsoWhenItIsEmptyOrHoldsANullCharacter) {
+  ClientWorld world;
+  world.http.answer("POST", "/probe", {.status = 500, .body = R"({"error":{"message":""}})"});
+  world.http.answer("POST", "/probe",
+                    {.status = 500, .body = R"({"error":{"message":"before\u0000after"}})"});
+  EXPECT_EQ(world.run(world.probe())->failureAs<HelperError>().value().message(), "");
+  EXPECT_EQ(world.run(world.probe())->message(), std::string("before\0after", 12));
+}
+
 TEST(RequestFailureTable, AnyOtherBodyOfAnErrorStatusGivesTheFixedSentence) {
   for (const char* body :
        {"", "Internal Server Error", "null", "{}", R"({"error":"text"})", R"({"error":{}})",
@@ -221,7 +244,7 @@ TEST(RequestFailureTable, AnyOtherBodyOfAnErrorStatusGivesTheFixedSentence) {
     const auto failure = world.run(world.probe())->failureAs<HelperError>();
     ASSERT_TRUE(failure) << body;
     EXPECT_EQ(failure->code(), HelperErrorCode::processorError);
-    EXPECT_STREQ(failure->message(), "The local processor returned an error.") << body;
+    EXPECT_EQ(failure->message(), "The local processor returned an error.") << body;
   }
 }
 
@@ -243,7 +266,7 @@ TEST(RequestFailureTable, AResultWithAnotherStatusThanTwoHundredCouldNotBeRead) 
     const auto failure = world.run(world.client.fetchResult("1", "/home/user"))->failureAs<HelperError>();
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->code(), HelperErrorCode::unreadableResult);
-    EXPECT_STREQ(failure->message(), "The local result could not be read.");
+    EXPECT_EQ(failure->message(), "The local result could not be read.");
   }
 }
 
@@ -383,6 +406,12 @@ TEST(ProcessorClient, ARequestOfACancelledTaskIsNotSent) {
   world.clock.runTurns();
   EXPECT_TRUE(running.result->failureAs<Cancelled>());
   EXPECT_THAT(world.http.requests(), IsEmpty());
+}
+
+TEST(ProcessorClient, LeavesAnIdentifierOfPathCharactersAsItIs) {
+  ClientWorld world;
+  world.run(world.client.request<MediaJob>("jobs/Job_1.a:b+c=D~-", HttpMethod::get, std::nullopt));
+  EXPECT_EQ(world.http.requests().at(0).url, "http://127.0.0.1:43127/jobs/Job_1.a:b+c=D~-");
 }
 
 TEST(ProcessorClient, EncodesAnIdentifierThatMayNotStandInAPath) {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -63,6 +64,8 @@ struct OutcomeRow {
   ScriptedAnswer health;
   std::string status;
   std::string tokenAfterwards;
+
+  friend void PrintTo(const OutcomeRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class ReadinessOutcomeTable : public TestWithParam<OutcomeRow> {};
@@ -152,9 +155,11 @@ TEST(Readiness, FetchesHealthWithoutHeadersOfItsOwn) {
 
 TEST(Readiness, TakesTheTokenVerbatim) {
   ReadinessWorld world;
-  world.answerHealth({{"X-ZUNTO-Session-Token", " a b\t"}});
-  world.run();
-  EXPECT_EQ(world.token, " a b\t");
+  for (const char* token : {" a b\t", " ", "Zm9v+/=="}) {
+    world.answerHealth({{"X-ZUNTO-Session-Token", token}});
+    world.run();
+    EXPECT_EQ(world.token, token);
+  }
 }
 
 TEST(Readiness, TimesOutWithTheTransportsSentence) {

@@ -26,7 +26,11 @@ TEST(TrimmedText, LosesWhiteSpaceAndLineEndsAtBothEndsOnly) {
 }
 
 TEST(TrimmedText, LosesTheWhiteSpaceOfUnicodeToo) {
-  EXPECT_EQ(trimmed("\u00A0\u2003\u3000a\u2028\u2029\u0085"), "a");
+  for (const char* space :
+       {"\u0085", "\u00A0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006",
+        "\u2007", "\u2008", "\u2009", "\u200A", "\u200B", "\u2028", "\u2029", "\u202F", "\u205F", "\u3000"}) {
+    EXPECT_EQ(trimmed(std::string(space) + "a" + space + "b" + space), "a" + std::string(space) + "b");
+  }
 }
 
 TEST(TrimmedText, OfWhiteSpaceAloneIsEmpty) {
@@ -36,6 +40,7 @@ TEST(TrimmedText, OfWhiteSpaceAloneIsEmpty) {
 
 TEST(TrimmedText, KeepsOtherCharactersAndStrayBytes) {
   EXPECT_EQ(trimmed(" …é "), "…é");
+  EXPECT_EQ(trimmed("\u200C\u200Da\u2060"), "\u200C\u200Da\u2060");
   EXPECT_EQ(trimmed(" \xff "), "\xff");
 }
 

@@ -37,6 +37,18 @@ TEST(UrlParsing, EncodesWhatBrowsersLeaveBare) {
             "https://example.org/a%7Cb?x=%7B1%7D&y=%5B2%5D&z=%22%5E%60%3C%3E%5C");
 }
 
+TEST(UrlParsing, TakesBracketsForAnIpAddressOnlyInAnAuthorityStraightBehindTheScheme) {
+  EXPECT_EQ(absolute("zunto-helper:?x[]=1&url=https://e.org/a"),
+            "zunto-helper:?x%5B%5D=1&url=https://e.org/a");
+  EXPECT_EQ(linkIn("zunto-helper:?x[]=1&url=https://e.org/a"), "https://e.org/a");
+  EXPECT_EQ(linkIn("zunto-helper:?url=https://e.org/[a]//b"), "https://e.org/[a]//b");
+  EXPECT_EQ(linkIn("zunto-helper:open/[x]//?url=y"), "y");
+  EXPECT_EQ(linkIn("zunto-helper:[x]#//?url=y"), std::nullopt);
+  EXPECT_EQ(absolute("[a]?b=//c"), "%5Ba%5D?b=//c");
+  EXPECT_EQ(absolute("https://[::1]/[a]"), "https://[::1]/%5Ba%5D");
+  EXPECT_EQ(absolute("//[::1]/[a]"), "//[::1]/%5Ba%5D");
+}
+
 TEST(UrlParsing, EncodesAPercentSignThatStartsNoEscape) {
   EXPECT_EQ(absolute("https://example.org/100%?a=%zz&b=%4"), "https://example.org/100%25?a=%25zz&b=%254");
 }
@@ -109,6 +121,13 @@ TEST(UrlPaths, AreAppendedAsComponents) {
   EXPECT_EQ(base.appendingPath("jobs/7/cancel").absoluteString(), "http://127.0.0.1:43127/jobs/7/cancel");
   EXPECT_EQ(Url::parse("http://127.0.0.1:43127/").value().appendingPath("jobs").absoluteString(),
             "http://127.0.0.1:43127/jobs");
+}
+
+TEST(UrlPaths, KeepEveryCharacterThatMayStandInAPath) {
+  const std::string kept =
+      "abcxyzABCXYZ0189-._~!$&'()*+,;=:@/";  // letters, digits, marks, sub-delimiters, ":", "@" and "/"
+  EXPECT_EQ(Url::parse("http://127.0.0.1:43127").value().appendingPath(kept).absoluteString(),
+            "http://127.0.0.1:43127/" + kept);
 }
 
 TEST(UrlPaths, KeepAnIdentifierFromReachingTheQuery) {
