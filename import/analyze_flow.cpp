@@ -1,5 +1,7 @@
 // The analysis: checks the link, has the processor probe it and fills the form with what it found.
 #include <array>
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -59,8 +61,8 @@ void DownloaderWindowController::resetAnalysis() {
   form_.progress.setValue(0);
 }
 
-void DownloaderWindowController::showAnalysis(const MediaJob& job) {
-  analyzedJob = job;
+void DownloaderWindowController::showAnalysis(MediaJob analyzed) {
+  const MediaJob& job = analyzedJob.emplace(std::move(analyzed));
   form_.titleLabel.setText(job.title.value_or("Untitled media"));
   form_.detailLabel.setText(job.duration ? "Duration: " + formatDuration(*job.duration)
                                          : "Duration unavailable");
@@ -72,23 +74,25 @@ void DownloaderWindowController::showAnalysis(const MediaJob& job) {
 }
 
 void DownloaderWindowController::fillQualities(const MediaJob& job) {
-  form_.qualityPopup.removeAllItems();
-  for (const MediaFormat& format : job.formats.value_or(std::vector<MediaFormat>())) {
-    form_.qualityPopup.addItem(format.quality);
+  std::vector<std::string> titles;
+  if (job.formats) {
+    for (const MediaFormat& format : *job.formats) titles.push_back(format.quality);
   }
-  if (form_.qualityPopup.titles().empty()) form_.qualityPopup.addItem("No video quality available");
+  if (titles.empty()) titles.emplace_back("No video quality available");
+  form_.qualityPopup.setItems(std::move(titles));
 }
 
 void DownloaderWindowController::fillSubtitles(const MediaJob& job) {
-  const std::vector<SubtitleTrack> tracks = job.subtitles.value_or(std::vector<SubtitleTrack>());
-  form_.subtitlePopup.removeAllItems();
-  for (const SubtitleTrack& track : tracks) form_.subtitlePopup.addItem(subtitleLabel(track));
-  if (tracks.empty()) form_.subtitlePopup.addItem("No subtitle tracks");
-  for (std::size_t i = 0; i < tracks.size(); ++i) {
-    if (tracks[i].id != job.recommendedSubtitleId) continue;
-    form_.subtitlePopup.selectIndex(i);
-    break;
+  std::vector<std::string> titles;
+  std::optional<std::size_t> recommended;
+  if (job.subtitles) {
+    for (const SubtitleTrack& track : *job.subtitles) {
+      if (!recommended && track.id == job.recommendedSubtitleId) recommended = titles.size();
+      titles.push_back(subtitleLabel(track));
+    }
   }
+  if (titles.empty()) titles.emplace_back("No subtitle tracks");
+  form_.subtitlePopup.setItems(std::move(titles), recommended.value_or(0));
 }
 
 RequestBody DownloaderWindowController::requestBody(const std::string& sourceUrl,

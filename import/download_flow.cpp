@@ -92,7 +92,7 @@ Task<void> DownloaderWindowController::finishJob(MediaJob job, bool forAnalysis)
     throw HelperError(HelperErrorCode::jobDidNotComplete);
   }
   if (forAnalysis) {
-    showAnalysis(job);
+    showAnalysis(std::move(job));
   } else {
     const Task<void> saving = saveResult(std::move(job));
     co_await saving;

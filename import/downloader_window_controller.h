@@ -100,7 +100,7 @@ class DownloaderWindowController final : public std::enable_shared_from_this<Dow
   [[nodiscard]] Task<void> probeLink(Url link);
   void refuse(const std::string& reason);
   void resetAnalysis();
-  void showAnalysis(const MediaJob& job);
+  void showAnalysis(MediaJob analyzed);
   void fillQualities(const MediaJob& job);
   void fillSubtitles(const MediaJob& job);
 

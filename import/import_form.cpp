@@ -21,13 +21,11 @@ constexpr LabelStyle secondaryStyle{.color = TextColor::secondary};
 constexpr LabelStyle twoLinesStyle{.color = TextColor::secondary, .wraps = true, .maximumLines = 2};
 
 /// Controls side by side, vertically centred.
-Element row(std::vector<Element> controls) {
-  Stack stack{.orientation = Orientation::horizontal,
-              .alignment = StackAlignment::center,
-              .spacing = controlSpacing,
-              .items = {}};
-  for (Element& control : controls) stack.items.push_back({std::move(control), ElementWidth::natural});
-  return std::make_shared<const Stack>(std::move(stack));
+Element row(std::vector<StackItem> controls) {
+  return std::make_shared<const Stack>(Stack{.orientation = Orientation::horizontal,
+                                             .alignment = StackAlignment::center,
+                                             .spacing = controlSpacing,
+                                             .items = std::move(controls)});
 }
 
 }  // namespace
@@ -82,17 +80,20 @@ WindowSpec ImportForm::describeWindow() {
   };
   add(ref(headingLabel));
   add(ref(introductionLabel));
-  add(row({ref(urlField), ref(pasteButton), ref(analyzeButton)}), ElementWidth::stack);
+  add(row({{ref(urlField)}, {ref(pasteButton)}, {ref(analyzeButton)}}), ElementWidth::stack);
   add(ref(permissionCheck));
-  add(row({ref(accessLabel), ref(browserPopup), ref(cookiesLabel)}));
+  add(row({{ref(accessLabel), ElementWidth::column}, {ref(browserPopup)}, {ref(cookiesLabel)}}));
   add(Separator(), ElementWidth::stack);
   add(ref(titleLabel));
   add(ref(detailLabel));
-  add(row(
-      {ref(saveAsLabel), ref(modePopup), ref(qualityPopup), ref(subtitlePopup), ref(subtitleFormatPopup)}));
+  add(row({{ref(saveAsLabel), ElementWidth::column},
+           {ref(modePopup)},
+           {ref(qualityPopup)},
+           {ref(subtitlePopup)},
+           {ref(subtitleFormatPopup)}}));
   add(ref(progress), ElementWidth::stack);
   add(ref(statusLabel));
-  add(row({ref(startButton), ref(cancelButton), ref(revealButton)}));
+  add(row({{ref(startButton)}, {ref(cancelButton)}, {ref(revealButton)}}));
   return {.title = "ZUNTO Media Import",
           .contentSize = contentSize,
           .minimumSize = minimumSize,

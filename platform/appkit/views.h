@@ -9,6 +9,7 @@
 #import <Cocoa/Cocoa.h>
 
 #include <memory>
+#include <vector>
 
 #import "platform/appkit/retained.h"
 #include "platform/model/layout.h"
@@ -27,6 +28,9 @@ class ViewBinding {
 
   /// Whether the view takes whatever width its stack has, since its text breaks into lines.
   [[nodiscard]] virtual bool fillsWidth() const { return false; }
+
+  /// The views of a stack, at any depth, that stand in the window's column.
+  [[nodiscard]] virtual std::vector<NSView*> column() const { return {}; }
 };
 
 /// A stack view with a bound view for every element, in order.

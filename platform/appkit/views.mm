@@ -1,6 +1,7 @@
 #import "platform/appkit/views.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -69,7 +70,8 @@ void mirrorControl(const Control& model, NSControl* native) {
 }
 
 void nameForAccessibility(const Control& model, NSView* native) {
-  if (model.accessibleName().empty()) return;
+  // Every setting is told to the screen reader.
+  if (model.accessibleName().empty() || toUtf8([native accessibilityLabel]) == model.accessibleName()) return;
   [native setAccessibilityLabel:toNSString(model.accessibleName()).get()];
 }
 
@@ -240,6 +242,7 @@ class PopUpButtonBinding final : public ViewBinding {
     [native_.get() setAction:@selector(performAction:)];
     [native_.get() setLineBreakMode:NSLineBreakByTruncatingTail];
     hugContent(native_.get());
+    showTitles();
     mirror();
     subscription_ = model.observe([this] { mirror(); });
   }
@@ -257,26 +260,23 @@ class PopUpButtonBinding final : public ViewBinding {
   void mirror() {
     mirrorControl(model_, native_.get());
     nameForAccessibility(model_, native_.get());
-    if (shownTitles() != model_.titles()) showTitles();
+    if (shownRevision_ != model_.listRevision()) showTitles();
     const NSInteger selected = model_.selectedIndex() ? static_cast<NSInteger>(*model_.selectedIndex()) : -1;
     if ([native_.get() indexOfSelectedItem] != selected) [native_.get() selectItemAtIndex:selected];
   }
 
-  [[nodiscard]] std::vector<std::string> shownTitles() const {
-    std::vector<std::string> titles;
-    for (NSMenuItem* item in [native_.get() itemArray]) titles.push_back(toUtf8([item title]));
-    return titles;
-  }
-
-  /// Goes through the menu: the button's own addItemWithTitle: drops an earlier item of the same title.
+  /// Fills a menu apart and hands it over whole: the button looks at its items anew with each that is added
+  /// to its own, and its addItemWithTitle: drops an earlier item of the same title.
   void showTitles() {
-    [native_.get() removeAllItems];
+    shownRevision_ = model_.listRevision();
+    const auto menu = Retained<NSMenu>::adopt([[NSMenu alloc] initWithTitle:@""]);
     for (const std::string& title : model_.titles()) {
       const auto item = Retained<NSMenuItem>::adopt([[NSMenuItem alloc] initWithTitle:toNSString(title).get()
                                                                                action:nullptr
                                                                         keyEquivalent:@""]);
-      [[native_.get() menu] addItem:item.get()];
+      [menu.get() addItem:item.get()];
     }
+    [native_.get() setMenu:menu.get()];
     [native_.get() invalidateIntrinsicContentSize];
     resistCompression();
   }
@@ -292,6 +292,7 @@ class PopUpButtonBinding final : public ViewBinding {
   }
 
   PopUpButton& model_;
+  std::uint64_t shownRevision_ = 0;
   Retained<ZUNTOActionTarget> target_;
   Retained<NSPopUpButton> native_;
   Observable::Subscription subscription_;
@@ -375,6 +376,7 @@ class StackBinding final : public ViewBinding {
   }
 
   [[nodiscard]] NSView* view() const override { return native_.get(); }
+  [[nodiscard]] std::vector<NSView*> column() const override { return column_; }
 
  private:
   void add(const StackItem& item, bool isVertical) {
@@ -393,10 +395,20 @@ class StackBinding final : public ViewBinding {
     if (item.width == ElementWidth::stack || (isVertical && child.fillsWidth())) {
       [[[child.view() widthAnchor] constraintEqualToAnchor:[native_.get() widthAnchor]] setActive:YES];
     }
+    if (item.width == ElementWidth::column) addToColumn(child.view());
+    for (NSView* view : child.column()) column_.push_back(view);
+  }
+
+  /// The widest is shown whole: it resists more than the others hug their content.
+  void addToColumn(NSView* view) {
+    const NSLayoutPriority aboveHugging = NSLayoutPriorityDefaultHigh + 1;
+    [view setContentCompressionResistancePriority:aboveHugging forOrientation:horizontal];
+    column_.push_back(view);
   }
 
   Retained<NSStackView> native_;
   std::vector<std::unique_ptr<ViewBinding>> children_;
+  std::vector<NSView*> column_;
 };
 
 }  // namespace

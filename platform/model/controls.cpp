@@ -9,16 +9,16 @@ PopUpButton::PopUpButton(std::vector<std::string> titles) : titles_(std::move(ti
   if (!titles_.empty()) selected_ = 0;
 }
 
-void PopUpButton::addItem(std::string title) {
-  titles_.push_back(std::move(title));
-  if (!selected_) selected_ = 0;
-  notify();
-}
-
-void PopUpButton::removeAllItems() {
-  if (titles_.empty()) return;
-  titles_.clear();
-  selected_.reset();
+void PopUpButton::setItems(std::vector<std::string> titles, std::size_t selected) {
+  std::optional<std::size_t> selection;
+  if (!titles.empty()) selection = selected < titles.size() ? selected : 0;
+  const bool isSameList = titles == titles_;
+  if (isSameList && selection == selected_) return;
+  if (!isSameList) {
+    titles_ = std::move(titles);
+    ++listRevision_;
+  }
+  selected_ = selection;
   notify();
 }
 

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -143,11 +144,12 @@ class PopUpButton final : public Control {
 
   [[nodiscard]] const std::vector<std::string>& titles() const { return titles_; }
 
-  /// Adds an item at the end. The first item of an empty list becomes the selected one.
-  void addItem(std::string title);
+  /// Grows with every change of the list. A list may be long: a view fills its own anew when this has grown,
+  /// instead of comparing.
+  [[nodiscard]] std::uint64_t listRevision() const { return listRevision_; }
 
-  /// Leaves no item and no selection.
-  void removeAllItems();
+  /// Replaces the list and the selection in one change. An index outside the list selects the first item.
+  void setItems(std::vector<std::string> titles, std::size_t selected = 0);
 
   /// The selected index; none when there is no item.
   [[nodiscard]] std::optional<std::size_t> selectedIndex() const { return selected_; }
@@ -165,6 +167,7 @@ class PopUpButton final : public Control {
 
  private:
   std::vector<std::string> titles_;
+  std::uint64_t listRevision_ = 0;
   std::optional<std::size_t> selected_;
   std::function<void()> action_;
 };

@@ -24,6 +24,7 @@ using Element = std::variant<std::reference_wrapper<Label>, std::reference_wrapp
 
 enum class ElementWidth {
   natural,  ///< as wide as its content asks
+  column,   ///< as wide as the widest element of the window that is of a column: what follows them lines up
   stack     ///< as wide as the stack it stands in
 };
 

@@ -1,15 +1,20 @@
 #include "platform/qt/qt_pop_up.h"
 
-#include <QAbstractItemView>
+#include <QAbstractListModel>
 #include <QAccessible>
 #include <QAccessibleWidget>
 #include <QKeyEvent>
+#include <QListView>
 #include <QScreen>
 #include <QStyleOptionComboBox>
 #include <QStylePainter>
 #include <QWheelEvent>
 #include <algorithm>
 #include <memory>
+#include <numeric>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include "platform/qt/qt_text.h"
 
@@ -19,6 +24,23 @@ namespace {
 
 constexpr int mostCharacters = 32;
 constexpr int fewestCharacters = 7;
+
+/// How many titles are measured. Measuring a text takes microseconds, which thousands of them make felt.
+constexpr std::size_t mostMeasured = 64;
+
+/// The rows of the longest titles: where there are more than are measured, those in bytes stand for the
+/// widest.
+std::vector<int> rowsOfLongest(const std::vector<std::string>& titles) {
+  std::vector<int> rows(titles.size());
+  std::iota(rows.begin(), rows.end(), 0);
+  if (rows.size() <= mostMeasured) return rows;
+  const auto end = rows.begin() + static_cast<std::ptrdiff_t>(mostMeasured);
+  const auto length = [&titles](int row) { return titles[static_cast<std::size_t>(row)].size(); };
+  std::nth_element(rows.begin(), end, rows.end(),
+                   [&length](int left, int right) { return length(left) > length(right); });
+  rows.erase(end, rows.end());
+  return rows;
+}
 
 class PopUpAccessible final : public QAccessibleWidget {
  public:
@@ -68,46 +90,100 @@ QAccessibleInterface* makePopUpAccessible(const QString&, QObject* object) {
 
 void nameQtPopUpsForScreenReaders() { QAccessible::installFactory(makePopUpAccessible); }
 
-QtPopUp::QtPopUp(PopUpButton& model, QWidget* parent) : QComboBox(parent), model_(model) {
-  setSizeAdjustPolicy(QComboBox::AdjustToContents);
+/// Titles for Qt to look at one by one: its own model makes an object of each.
+class QtPopUp::TitleList final : public QAbstractListModel {
+ public:
+  /// In a new list Qt selects the first item that can be chosen and tells screen readers of it, so meanwhile
+  /// only the `selected` one can be.
+  void replace(std::vector<std::string> titles, int selected) {
+    beginResetModel();
+    titles_ = std::move(titles);
+    onlyChoice_ = selected;
+    endResetModel();
+    onlyChoice_.reset();
+  }
+
+  [[nodiscard]] Qt::ItemFlags flags(const QModelIndex& index) const override {
+    const bool canBeChosen = !onlyChoice_ || index.row() == *onlyChoice_;
+    return canBeChosen ? QAbstractListModel::flags(index) : Qt::NoItemFlags;
+  }
+
+  [[nodiscard]] int rowCount(const QModelIndex& parent) const override {
+    return parent.isValid() ? 0 : static_cast<int>(titles_.size());
+  }
+  [[nodiscard]] QVariant data(const QModelIndex& index, int role) const override {
+    if (role != Qt::DisplayRole && role != Qt::EditRole) return {};
+    return toQString(titles_.at(static_cast<std::size_t>(index.row())));
+  }
+
+ private:
+  std::vector<std::string> titles_;
+  std::optional<int> onlyChoice_;
+};
+
+QtPopUp::QtPopUp(PopUpButton& model, QWidget* parent)
+    : QComboBox(parent), model_(model), list_(std::make_unique<TitleList>()) {
   setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
   setMaxVisibleItems(20);
+  setModel(list_.get());
   view()->setTextElideMode(Qt::ElideRight);
+  // Else opening the list measures every title.
+  if (auto* list = qobject_cast<QListView*>(view())) list->setUniformItemSizes(true);
   QObject::connect(this, &QComboBox::activated, this, [this](int index) {
     model_.userSelected(static_cast<std::size_t>(index));
     mirrorItems();
   });
+  fillList();
   mirrorItems();
 }
 
+QtPopUp::~QtPopUp() = default;
+
 void QtPopUp::mirrorItems() {
+  const QString before = currentText();
+  if (shownRevision_ != model_.listRevision()) fillList();
+  if (currentIndex() != selectedRow()) setCurrentIndex(selectedRow());
+  if (currentText() == before) return;
+  QAccessibleEvent descriptionChange(this, QAccessible::DescriptionChanged);
+  QAccessible::updateAccessibility(&descriptionChange);
+}
+
+int QtPopUp::selectedRow() const {
   const std::optional<std::size_t> selected = model_.selectedIndex();
-  const int index = selected ? static_cast<int>(*selected) : -1;
-  if (shownTitles_ != model_.titles()) {
-    if (view()->isVisible()) hidePopup();
-    shownTitles_ = model_.titles();
-    QStringList titles;
-    for (const std::string& title : shownTitles_) titles.append(toQString(title));
-    clear();
-    addItems(titles);
-    updateGeometry();
+  return selected ? static_cast<int>(*selected) : -1;
+}
+
+void QtPopUp::fillList() {
+  if (view()->isVisible()) hidePopup();
+  shownRevision_ = model_.listRevision();
+  longestRows_ = rowsOfLongest(model_.titles());
+  list_->replace(model_.titles(), selectedRow());
+  updateGeometry();
+}
+
+int QtPopUp::widestTitle() const {
+  int widest = 0;
+  for (const int row : longestRows_) {
+    widest = std::max(widest, fontMetrics().boundingRect(itemText(row)).width());
   }
-  if (index == currentIndex()) return;
-  setCurrentIndex(index);
-  QAccessibleEvent valueChange(this, QAccessible::DescriptionChanged);
-  QAccessible::updateAccessibility(&valueChange);
+  return widest;
+}
+
+QSize QtPopUp::sizeForText(int width) const {
+  QStyleOptionComboBox option;
+  initStyleOption(&option);
+  constexpr int leastHeight = 14;
+  constexpr int spareHeight = 2;
+  const QSize text(width, std::max(fontMetrics().height(), leastHeight) + spareHeight);
+  return style()->sizeFromContents(QStyle::CT_ComboBox, &option, text, this);
 }
 
 int QtPopUp::widthForCharacters(int count) const {
-  QStyleOptionComboBox option;
-  initStyleOption(&option);
-  const QFontMetrics metrics = fontMetrics();
-  const QSize contents(metrics.averageCharWidth() * count, metrics.height());
-  return style()->sizeFromContents(QStyle::CT_ComboBox, &option, contents, this).width();
+  return sizeForText(fontMetrics().averageCharWidth() * count).width();
 }
 
 QSize QtPopUp::sizeHint() const {
-  const QSize natural = QComboBox::sizeHint();
+  const QSize natural = sizeForText(widestTitle());
   return {std::min(natural.width(), widthForCharacters(mostCharacters)), natural.height()};
 }
 
@@ -118,10 +194,17 @@ QSize QtPopUp::minimumSizeHint() const {
 
 void QtPopUp::showPopup() {
   const int screenWidth = screen()->availableGeometry().width();
-  const int wanted = view()->sizeHintForColumn(0) + 2 * view()->frameWidth() +
+  int widestItem = 0;
+  for (const int row : longestRows_) {
+    widestItem = std::max(widestItem, view()->sizeHintForIndex(list_->index(row)).width());
+  }
+  const int wanted = widestItem + 2 * view()->frameWidth() +
                      style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, view());
   view()->setMinimumWidth(std::min(wanted, screenWidth * 2 / 3));
   QComboBox::showPopup();
+  // The one size of all items is as wide as the list was when it was taken, and only now is the list in
+  // place.
+  view()->doItemsLayout();
 }
 
 void QtPopUp::paintEvent(QPaintEvent*) {

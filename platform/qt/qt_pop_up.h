@@ -4,7 +4,8 @@
 #pragma once
 
 #include <QComboBox>
-#include <string>
+#include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "platform/model/controls.h"
@@ -15,10 +16,11 @@ class QtPopUp final : public QComboBox {
  public:
   /// Mirrors `model`, which must outlive it.
   QtPopUp(PopUpButton& model, QWidget* parent);
+  ~QtPopUp() override;
 
   void mirrorItems();
 
-  /// As wide as the selected title asks, within reason.
+  /// As wide as the widest title asks, within reason.
   [[nodiscard]] QSize sizeHint() const override;
   /// Narrower than the longest title: a title that does not fit ends in an ellipsis.
   [[nodiscard]] QSize minimumSizeHint() const override;
@@ -31,10 +33,18 @@ class QtPopUp final : public QComboBox {
   void wheelEvent(QWheelEvent* event) override;
 
  private:
+  class TitleList;
+
+  [[nodiscard]] int selectedRow() const;
+  void fillList();
+  [[nodiscard]] QSize sizeForText(int width) const;
   [[nodiscard]] int widthForCharacters(int count) const;
+  [[nodiscard]] int widestTitle() const;
 
   PopUpButton& model_;
-  std::vector<std::string> shownTitles_;
+  std::unique_ptr<TitleList> list_;
+  std::uint64_t shownRevision_ = 0;
+  std::vector<int> longestRows_;  ///< the few that are measured for all
 };
 
 /// From now on a QtPopUp has its given name for screen readers (Qt alone gives a combo box the selected title

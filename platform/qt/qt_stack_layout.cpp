@@ -32,8 +32,8 @@ std::optional<int> lowestHugging(const Stack& stack) {
 
 class StackBuilder {
  public:
-  StackBuilder(const Stack& stack, QtControlMaker& maker)
-      : stack_(stack), maker_(maker), isRow_(stack.orientation == Orientation::horizontal) {}
+  StackBuilder(const Stack& stack, QtControlMaker& maker, QtColumn& column)
+      : stack_(stack), maker_(maker), column_(column), isRow_(stack.orientation == Orientation::horizontal) {}
 
   std::unique_ptr<QBoxLayout> build() {
     layout_ = std::make_unique<QBoxLayout>(isRow_ ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
@@ -54,6 +54,7 @@ class StackBuilder {
     const bool isLabel = std::holds_alternative<std::reference_wrapper<Label>>(item.element);
     const Qt::Alignment where = alignment(item.width, isLabel);
     std::visit([&](const auto& element) { addElement(element, stretch, where); }, item.element);
+    if (item.width == ElementWidth::column) column_.add(*layout_->itemAt(layout_->count() - 1)->widget());
   }
 
   template <class Model>
@@ -64,7 +65,7 @@ class StackBuilder {
     layout_->addWidget(&maker_.make(separator), stretch, where);
   }
   void addElement(const StackPointer& inner, int stretch, Qt::Alignment) {
-    layout_->addLayout(makeStackLayout(*inner, maker_).release(), stretch);
+    layout_->addLayout(makeStackLayout(*inner, maker_, column_).release(), stretch);
   }
 
   /// No alignment lets a control take the whole width; a label's text then stands at its leading end.
@@ -78,14 +79,23 @@ class StackBuilder {
 
   const Stack& stack_;
   QtControlMaker& maker_;
+  QtColumn& column_;
   bool isRow_;
   std::unique_ptr<QBoxLayout> layout_;
 };
 
 }  // namespace
 
-std::unique_ptr<QBoxLayout> makeStackLayout(const Stack& stack, QtControlMaker& maker) {
-  return StackBuilder(stack, maker).build();
+void QtColumn::align() const {
+  int widest = 0;
+  for (const QWidget* widget : widgets_) widest = std::max(widest, widget->sizeHint().width());
+  for (QWidget* widget : widgets_) {
+    if (widget->minimumWidth() != widest) widget->setMinimumWidth(widest);
+  }
+}
+
+std::unique_ptr<QBoxLayout> makeStackLayout(const Stack& stack, QtControlMaker& maker, QtColumn& column) {
+  return StackBuilder(stack, maker, column).build();
 }
 
 }  // namespace zunto

@@ -131,6 +131,9 @@ TEST(AppKitHostEnvironmentTest, KnowsThisProcessAndItsFolders) {
     EXPECT_EQ(host.processIdentifier(), ::getpid());
     EXPECT_EQ(host.homeFolder(), std::string(std::getenv("HOME")));
     EXPECT_EQ(host.environment().at("HOME"), std::getenv("HOME"));
+    ::setenv("ZUNTO_TEST_LATER", "set by the entry", 1);
+    EXPECT_EQ(host.environment().at("ZUNTO_TEST_LATER"), "set by the entry");
+    ::unsetenv("ZUNTO_TEST_LATER");
     ASSERT_TRUE(host.resourcesFolder().has_value());
     EXPECT_TRUE(host.resourcesFolder()->is_absolute());
     EXPECT_TRUE(host.temporaryFolder().is_absolute());

@@ -147,10 +147,11 @@ TEST_F(AppKitWindowTest, KeepsItemsOfTheSameTitleApart) {
   EXPECT_EQ([popUp numberOfItems], 3);
   [[popUp menu] performActionForItemAtIndex:1];
   EXPECT_EQ(form.popUp.selectedIndex(), 1U);
-  form.popUp.removeAllItems();
+  form.popUp.setItems({});
   EXPECT_EQ([popUp numberOfItems], 0);
-  form.popUp.addItem("anew");
-  EXPECT_EQ([popUp indexOfSelectedItem], 0);
+  form.popUp.setItems({"anew", "anew", "later"}, 1);
+  EXPECT_EQ([popUp numberOfItems], 3);
+  EXPECT_EQ([popUp indexOfSelectedItem], 1);
   EXPECT_EQ(utf8([popUp titleOfSelectedItem]), "anew");
 }
 

@@ -16,6 +16,12 @@ class FormFace : public FaceProgram {
   void SetUp() override { launchReady(); }
 };
 
+TEST_F(FormFace, LinesUpThePopUpsBehindTheLabels) {
+  EXPECT_EQ(control("Access").x, control("Save as").x);
+  EXPECT_LT(control("Access:").x + control("Access:").width, control("Access").x);
+  EXPECT_LT(control("Save as:").x + control("Save as:").width, control("Save as").x);
+}
+
 TEST_F(FormFace, PastesTheBareLink) {
   face().desktop().setPasteboard("  https://media.example/watch?v=ä\n");
   click("Paste");

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -85,6 +86,8 @@ struct FailureRow {
   std::function<void(ImportWorld&)> fail;  ///< ends with the failure
   std::string status;
   int beeps;
+
+  friend void PrintTo(const FailureRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class AnalyzeFailureTable : public TestWithParam<FailureRow> {};
@@ -152,6 +155,8 @@ std::vector<FailureRow> failureRows() {
       refusedLink("linkHttp", "http://example.org/watch"),
       refusedLink("linkHttpsInUpperCase", "HTTPS://example.org/watch"),
       refusedLink("linkOfAnotherScheme", "ftp://example.org/watch"),
+      refusedLink("linkOfASchemeThatBeginsWithHttps", "httpsx://example.org/watch"),
+      refusedLink("linkOfAnExtendedScheme", "https+x://example.org/watch"),
       {"noSessionBecauseTheHelperCouldNotStart",
        [](ImportWorld& world) {
          world.helper.answer = false;
@@ -228,6 +233,10 @@ TEST(AnalyzeFlowEdgeCases, AnHttpLinkIsRefusedWithABeepAndAnHttpsLinkToAnySiteIs
 
 TEST(AnalyzeFlowEdgeCases, ALinkWithSurroundingBlanksIsSentTrimmed) {
   EXPECT_EQ(probedBody("  " + link + "  "), probeBody(link));
+}
+
+TEST(AnalyzeFlowEdgeCases, AnHttpsLinkNeedsNoDotInItsHost) {
+  EXPECT_EQ(probedBody("https://localhost/clip"), probeBody("https://localhost/clip"));
 }
 
 TEST(AnalyzeFlowEdgeCases, WithTheCheckBoxOffThePermissionMessageWinsOverAnInvalidLink) {
@@ -358,7 +367,8 @@ TEST(AnalyzeFlow, SelectsTheFirstTrackWhenNoneIsRecommendedExactly) {
   for (const char* recommendation :
        {R"(,"recommendedSubtitleId":"B")", R"(,"recommendedSubtitleId":"")", ""}) {
     ImportWorld world;
-    world.analyzed(R"("originalLanguage":"b","subtitles":[{"id":"a"},{"id":"b","language":"B"}])" +
+    world.analyzed(R"("originalLanguage":"fr","subtitles":[{"id":"a"},{"id":"b","language":"fr"},)"
+                   R"({"id":"fr"},{"id":"d","original":true}])" +
                    std::string(recommendation));
     EXPECT_EQ(world.form().subtitlePopup.selectedIndex(), 0U) << recommendation;
   }
@@ -384,12 +394,137 @@ TEST(AnalyzeFlow, ANewAnalysisSelectsTheFirstItemsAnew) {
 }
 
 TEST(AnalyzeFlow, LeavesTheVisibilityOfTheOutputPopUpsToTheMode) {
+  for (const std::string& media : {testing::richMedia, std::string()}) {
+    ImportWorld world;
+    world.form().modePopup.userSelected(2);
+    world.analyzed(media);
+    EXPECT_TRUE(world.form().qualityPopup.isHidden()) << media;
+    EXPECT_FALSE(world.form().subtitlePopup.isHidden()) << media;
+    EXPECT_FALSE(world.form().subtitleFormatPopup.isHidden()) << media;
+    EXPECT_EQ(world.form().startButton.isEnabled(), !media.empty()) << media;
+    world.form().modePopup.userSelected(0);
+    world.acceptProbe();
+    world.answerPoll("probe-1", "completed", media);
+    world.clickAnalyze();
+    EXPECT_FALSE(world.form().qualityPopup.isHidden()) << media;
+    EXPECT_TRUE(world.form().subtitlePopup.isHidden()) << media;
+  }
+}
+
+TEST(AnalyzeFlow, NeitherJudgesNorShowsTheAnswerOfTheProbeItself) {
+  for (const char* word : {"completed", "failed", "queued"}) {
+    ImportWorld world;
+    world.beReady();
+    world.form().urlField.userEdited(link);
+    world.http.answer(
+        "POST", "/probe",
+        {.body = jobJson("probe-1", word,
+                         R"("progress":33,"stage":"Not shown","error":{"message":"Nor this"})")});
+    world.http.answer("GET", "/jobs/probe-1",
+                      {.body = jobJson("probe-1-own", "probing"), .delay = std::chrono::seconds(1)});
+    world.clickAnalyze();
+    EXPECT_EQ(world.requestCount("GET", "/jobs/probe-1"), 1U) << word;
+    EXPECT_EQ(world.status(), analyzing) << word;
+    EXPECT_EQ(world.form().progress.value(), 0) << word;
+    EXPECT_EQ(world.beeper.beeps(), 0) << word;
+  }
+}
+
+TEST(AnalyzeFlow, KeepsTheJobOfTheLastPollWithItsOwnIdentifier) {
   ImportWorld world;
-  world.form().modePopup.userSelected(2);
   world.analyzed();
-  EXPECT_TRUE(world.form().qualityPopup.isHidden());
-  EXPECT_FALSE(world.form().subtitlePopup.isHidden());
-  EXPECT_TRUE(world.form().startButton.isEnabled());
+  EXPECT_EQ(world.fields().analyzedJob->jobId, testing::ownIdentifier("probe-1"));
+}
+
+TEST(AnalyzeFlow, LeavesTheLinkFieldAsTheUserWroteIt) {
+  ImportWorld world;
+  world.beReady();
+  const std::string written = " https://example.org/видео?q=a|b ";
+  world.form().urlField.userEdited(written);
+  world.acceptProbe();
+  world.answerPoll("probe-1", "completed", testing::richMedia);
+  world.clickAnalyze();
+  EXPECT_EQ(world.status(), complete);
+  EXPECT_EQ(world.form().urlField.text(), written);
+}
+
+TEST(AnalyzeFlow, ACompletedJobThatCarriesAnErrorIsASuccess) {
+  ImportWorld world;
+  world.analyzed(R"("title":"A film","error":{"message":"A warning, no more."})");
+  EXPECT_EQ(world.status(), complete);
+  EXPECT_EQ(world.form().titleLabel.text(), "A film");
+  EXPECT_EQ(world.beeper.beeps(), 0);
+}
+
+TEST(AnalyzeFlow, AFailureLeavesTheBarWhereItStood) {
+  ImportWorld world;
+  world.beReady();
+  world.form().urlField.userEdited(link);
+  world.acceptProbe();
+  world.answerPoll("probe-1", "probing", R"("progress":60)");
+  world.http.answer("GET", "/jobs/probe-1", ScriptedAnswer::transportFailure("It is gone."));
+  world.clickAnalyze();
+  world.clock.advance(testing::pollPause);
+  EXPECT_EQ(world.status(), "It is gone.");
+  EXPECT_EQ(world.form().progress.value(), 60);
+}
+
+/// A download whose window closed between the start's answer and the first poll: no task is left, but the
+/// inputs are disabled, Cancel is shown and the job's identifier is kept.
+void leaveADownloadBehind(ImportWorld& world) {
+  world.analyzed();
+  world.acceptJob();
+  world.form().startButton.userClicked();
+  world.runUntil([&world] { return world.requestCount("POST", "/jobs") == 1; });
+  world.controller->window().userClosed();
+  world.settle();
+  ASSERT_FALSE(world.fields().pollTask);
+  ASSERT_EQ(world.fields().activeJobId, "job-1");
+  ASSERT_FALSE(world.form().cancelButton.isHidden());
+  ASSERT_TRUE(world.inputsAreDisabled());
+}
+
+TEST(AnalyzeFlow, ARefusalChangesTheStatusAndNothingElse) {
+  for (const bool isPermitted : {true, false}) {
+    ImportWorld world;
+    leaveADownloadBehind(world);
+    world.form().urlField.setText("no link");
+    if (!isPermitted) world.form().permissionCheck.userToggled();
+    world.controller->analyze();
+    world.settle();
+    EXPECT_EQ(world.status(), isPermitted ? notHttps : confirmFirst);
+    EXPECT_EQ(world.beeper.beeps(), 1);
+    EXPECT_TRUE(world.inputsAreDisabled());
+    EXPECT_FALSE(world.form().startButton.isEnabled());
+    EXPECT_FALSE(world.form().cancelButton.isHidden());
+    EXPECT_EQ(world.form().progress.value(), 100);
+    EXPECT_EQ(world.fields().activeJobId, "job-1");
+  }
+}
+
+TEST(AnalyzeFlow, TheEndOfItsJobClearsAnActiveJobThatWasLeftBehind) {
+  ImportWorld world;
+  leaveADownloadBehind(world);
+  world.acceptProbe();
+  world.answerPoll("probe-1", "completed", testing::richMedia);
+  world.controller->analyze();
+  world.settle();
+  EXPECT_EQ(world.status(), complete);
+  EXPECT_FALSE(world.fields().activeJobId);
+  EXPECT_TRUE(world.form().cancelButton.isHidden());
+}
+
+TEST(AnalyzeFlow, OneThatEndsWithoutASessionLeavesANewerTaskAlone) {
+  ImportWorld world;
+  world.offerToken();
+  world.helper.delay = std::chrono::seconds(5);
+  world.form().urlField.userEdited(link);
+  world.clickAnalyze();
+  world.controller->analyze();
+  world.settle();  // the older one has ended: cancelled, without a token
+  EXPECT_EQ(world.helper.calls(), 2);
+  EXPECT_TRUE(world.fields().pollTask);
+  EXPECT_EQ(world.requestCount("POST", "/probe"), 0U);
 }
 
 TEST(AnalyzeFlow, LeavesTitleDetailAndPopUpsAsTheyAreUntilTheNewAnalysisIsApplied) {
@@ -434,7 +569,7 @@ TEST(AnalyzeFlow, ClearsTheSavedFileAndHidesItsButton) {
   ImportWorld world;
   world.analyzed();
   world.atSavePanel();
-  world.http.answer("GET", "/jobs/job-1/result", {.body = "bytes"});
+  world.http.answer("GET", "/jobs/job-1-own/result", {.body = "bytes"});
   world.panels.choose("/home/user/Videos/film.mp4");
   world.settle();
   ASSERT_TRUE(world.fields().savedURL);

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,8 @@ struct BodyRow {
   std::string media;
   std::function<void(ImportForm&)> choose;
   std::string rest;  ///< what follows the common members
+
+  friend void PrintTo(const BodyRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class JobBodyTable : public TestWithParam<BodyRow> {};
@@ -88,7 +91,7 @@ std::vector<BodyRow> bodyRows() {
       {"qualityIsTheTitleAsShownEvenWhenNoneIsAvailable", R"("title":"t")", mode(0),
        R"(,"mode":"video","quality":"No video quality available")"},
       {"qualityIsEmptyWhenNothingIsSelected", richMedia,
-       [](ImportForm& form) { form.qualityPopup.removeAllItems(); }, R"(,"mode":"video","quality":"")"},
+       [](ImportForm& form) { form.qualityPopup.setItems({}); }, R"(,"mode":"video","quality":"")"},
       {"subtitleLanguageIsTheIdentifierOfTheTrackAtTheIndex", richMedia, subtitle(1, 0),
        R"(,"mode":"subtitle","subtitleLanguage":"de-1","subtitleFormat":"vtt")"},
       {"subtitleLanguageIsToldApartByIndexWhenTitlesAreEqual",
@@ -100,7 +103,7 @@ std::vector<BodyRow> bodyRows() {
       {"subtitleLanguageIsAbsentWhenTheIndexLiesOutside", R"("subtitles":[{"id":"a"}])",
        [](ImportForm& form) {
          form.modePopup.userSelected(2);
-         form.subtitlePopup.addItem("one too many");
+         form.subtitlePopup.setItems({"a", "one too many"});
          form.subtitlePopup.userSelected(1);
        },
        R"(,"mode":"subtitle")"},
@@ -111,7 +114,7 @@ std::vector<BodyRow> bodyRows() {
       {"subtitleFormatIsSrtForAnyOtherIndex", richMedia,
        [](ImportForm& form) {
          subtitle(0, 0)(form);
-         form.subtitleFormatPopup.removeAllItems();
+         form.subtitleFormatPopup.setItems({});
        },
        R"(,"mode":"subtitle","subtitleLanguage":"en-1","subtitleFormat":"srt")"},
       {"browserLoginAbsent", richMedia,
@@ -162,6 +165,8 @@ struct StatusRow {
   std::string word;
   enum class Outcome { pollsAgain, saves, fails } outcome;
   std::string shown;  ///< the word as the status line shows it while the job runs
+
+  friend void PrintTo(const StatusRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class JobStatusTable : public TestWithParam<StatusRow> {};
@@ -195,6 +200,11 @@ INSTANTIATE_TEST_SUITE_P(
         {"cancelled", "cancelled", StatusRow::Outcome::fails, "The job did not complete."},
         {"completedInOtherLetters", "Completed", StatusRow::Outcome::fails, "The job did not complete."},
         {"queuedInOtherLetters", "QUEUED", StatusRow::Outcome::fails, "The job did not complete."},
+        {"leadingBlank", " queued", StatusRow::Outcome::fails, "The job did not complete."},
+        {"trailingBlank", "downloading ", StatusRow::Outcome::fails, "The job did not complete."},
+        {"beginningOfAWord", "process", StatusRow::Outcome::fails, "The job did not complete."},
+        {"longerThanAWord", "queued2", StatusRow::Outcome::fails, "The job did not complete."},
+        {"completedWithABlank", "completed ", StatusRow::Outcome::fails, "The job did not complete."},
         {"unknownWord", "paused", StatusRow::Outcome::fails, "The job did not complete."},
         {"emptyWord", "", StatusRow::Outcome::fails, "The job did not complete."}}),
     [](const TestParamInfo<StatusRow>& row) { return row.param.name; });
@@ -275,6 +285,8 @@ struct FailureRow {
   std::string name;
   std::function<void(ImportWorld&)> script;
   std::string status;
+
+  friend void PrintTo(const FailureRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class DownloadFailureTable : public TestWithParam<FailureRow> {};
@@ -330,6 +342,14 @@ INSTANTIATE_TEST_SUITE_P(
                    "The local processor's answer could not be read: job.status is missing."),
         failedPoll("jobEndedWithMessage",
                    {.body = jobJson("job-1", "failed", R"("error":{"message":"Disk full."})")}, "Disk full."),
+        failedPoll("jobEndedWithAnEmptyMessage",
+                   {.body = jobJson("job-1", "failed", R"("error":{"message":""})")}, ""),
+        failedPoll("jobEndedWithANullCharacterInItsMessage",
+                   {.body = jobJson("job-1", "failed", R"("error":{"message":"before\u0000after"})")},
+                   std::string("before\0after", 12)),
+        failedPoll("pollEnvelopeWithANullCharacter",
+                   {.status = 500, .body = R"({"error":{"message":"before\u0000after"}})"},
+                   std::string("before\0after", 12)),
         failedPoll("jobEndedWithoutMessage", {.body = jobJson("job-1", "failed")},
                    "The job did not complete."),
         failedPoll("jobEndedWithAnUnknownWord", {.body = jobJson("job-1", "evicted")},
@@ -480,6 +500,104 @@ TEST(DownloadFlow, PollsTheIdentifierOfTheStartsAnswer) {
   EXPECT_EQ(world.requestCount("GET", "/jobs/another"), 2U);
 }
 
+TEST(DownloadFlow, NeitherJudgesNorShowsTheAnswerOfTheStartItself) {
+  for (const char* word : {"completed", "failed", "queued"}) {
+    ImportWorld world;
+    world.analyzed();
+    world.http.answer(
+        "POST", "/jobs",
+        {.body = jobJson(
+             "job-1", word,
+             testing::fileResult + R"(,"progress":33,"stage":"Not shown","error":{"message":"Nor this"})")});
+    world.http.answer("GET", "/jobs/job-1",
+                      {.body = jobJson("job-1-own", "downloading"), .delay = std::chrono::seconds(1)});
+    world.clickDownload();
+    EXPECT_EQ(world.requestCount("GET", "/jobs/job-1"), 1U) << word;
+    EXPECT_EQ(world.status(), starting) << word;
+    EXPECT_EQ(world.form().progress.value(), 100) << word;  // as the analysis left it
+    EXPECT_THAT(world.panels.panels(), IsEmpty()) << word;
+    EXPECT_EQ(world.beeper.beeps(), 0) << word;
+  }
+}
+
+TEST(DownloadFlow, ACompletedJobThatCarriesAnErrorIsASuccess) {
+  ImportWorld world;
+  world.analyzed();
+  world.atSavePanel(testing::fileResult + R"(,"error":{"message":"A warning, no more."})");
+  EXPECT_EQ(world.beeper.beeps(), 0);
+}
+
+TEST(DownloadFlow, FollowsAnIdentifierWithEveryMarkThatAPathMayHold) {
+  const std::string identifier = "Job_1.a:b+c=D~-(e)@F";
+  ImportWorld world;
+  world.analyzed();
+  world.acceptJob(identifier);
+  world.keepAnsweringPoll(identifier, "downloading");
+  world.clickDownload();
+  EXPECT_EQ(world.requestCount("GET", "/jobs/" + identifier), 1U);
+  world.clickCancel();
+  EXPECT_EQ(world.requestCount("POST", "/jobs/" + identifier + "/cancel"), 1U);
+}
+
+TEST(DownloadFlow, TakesProgressInPercentHoweverSmall) {
+  ImportWorld world;
+  world.analyzed();
+  world.acceptJob();
+  world.answerPoll("job-1", "downloading", R"("progress":0.5)");
+  world.keepAnsweringPoll("job-1", "downloading", R"("progress":1)");
+  world.clickDownload();
+  EXPECT_EQ(world.form().progress.value(), 0.5);
+  world.clock.advance(pollPause);
+  EXPECT_EQ(world.form().progress.value(), 1);
+}
+
+TEST(DownloadFlow, ShowsAnEmptyStageAsItIs) {
+  ImportWorld world;
+  world.analyzed();
+  world.acceptJob();
+  world.keepAnsweringPoll("job-1", "downloading", R"("stage":"")");
+  world.clickDownload();
+  EXPECT_EQ(world.status(), "");
+}
+
+TEST(DownloadFlow, AFailureAndACancellationLeaveTheBarWhereItStood) {
+  for (const bool isCancelled : {true, false}) {
+    ImportWorld world;
+    world.analyzed();
+    world.acceptJob();
+    world.answerPoll("job-1", "downloading", R"("progress":60)");
+    world.http.answer("GET", "/jobs/job-1", ScriptedAnswer::transportFailure("It is gone."));
+    world.http.answer("POST", "/jobs/job-1/cancel", {.body = "null"});
+    world.clickDownload();
+    if (isCancelled) world.clickCancel();
+    world.clock.advance(pollPause);
+    EXPECT_EQ(world.status(), isCancelled ? cancelled : "It is gone.");
+    EXPECT_EQ(world.form().progress.value(), 60);
+  }
+}
+
+TEST(DownloadFlow, AChangeOfTheModeJudgesDownloadAlsoWhileTheFormIsBusy) {
+  ImportWorld world;
+  world.analyzed();
+  world.downloading();
+  ASSERT_FALSE(world.form().startButton.isEnabled());
+  world.form().modePopup.userSelected(1);
+  EXPECT_TRUE(world.form().startButton.isEnabled());
+  EXPECT_TRUE(world.inputsAreDisabled());
+}
+
+TEST(DownloadFlow, AfterAFailureDownloadFollowsTheAnalysedJobAloneNotTheMode) {
+  ImportWorld world;
+  world.analyzed(R"("formats":[{"quality":"q"}])");
+  world.downloading();
+  world.form().modePopup.userSelected(2);  // no tracks: the mode refuses
+  ASSERT_FALSE(world.form().startButton.isEnabled());
+  world.http.answer("GET", "/jobs/job-1", ScriptedAnswer::transportFailure("It is gone."));
+  world.clock.advance(pollPause);
+  EXPECT_EQ(world.status(), "It is gone.");
+  EXPECT_TRUE(world.form().startButton.isEnabled());
+}
+
 TEST(DownloadFlow, PausesBetweenTheEndOfOneAnswerAndTheNextRequest) {
   ImportWorld world;
   world.analyzed();
@@ -537,7 +655,7 @@ TEST(DownloadFlow, AfterACancellationDownloadFollowsTheAnalysedJobAloneNotTheMod
 TEST(DownloadDeathTest, AModePopUpWithoutASelectionEndsTheProgram) {
   ImportWorld world;
   world.analyzed();
-  world.form().modePopup.removeAllItems();
+  world.form().modePopup.setItems({});
   EXPECT_DEATH(
       {
         world.controller->startDownload();
@@ -549,8 +667,7 @@ TEST(DownloadDeathTest, AModePopUpWithoutASelectionEndsTheProgram) {
 TEST(DownloadDeathTest, AModeIndexBeyondTheThreeEndsTheProgram) {
   ImportWorld world;
   world.analyzed();
-  world.form().modePopup.addItem("Fourth");
-  world.form().modePopup.selectIndex(3);
+  world.form().modePopup.setItems({"Video", "Audio only", "Source subtitle", "Fourth"}, 3);
   EXPECT_DEATH(
       {
         world.controller->startDownload();
@@ -576,6 +693,15 @@ TEST(Cancelling, BeforeTheJobHasAnIdentifierDoesNothing) {
   EXPECT_EQ(world.fields().activeJobId, "job-1");  // the download goes on
   EXPECT_EQ(world.status(), "Downloading");
   EXPECT_EQ(world.requestCount("POST", "/jobs/job-1/cancel"), 0U);
+}
+
+TEST(Cancelling, LeavesTheHandleOfTheTaskInPlace) {
+  ImportWorld world;
+  world.analyzed();
+  world.downloading();
+  world.form().cancelButton.userClicked();
+  EXPECT_TRUE(world.fields().pollTask);
+  EXPECT_EQ(world.fields().activeJobId, "job-1");
 }
 
 TEST(Cancelling, SendsAnEmptyObjectWithTheToken) {
@@ -698,6 +824,8 @@ TEST(CurrentTask, ANewerOneCancelsTheOlderWhoseFailureClearsTheNewerHandle) {
   EXPECT_EQ(world.beeper.beeps(), 1);  // the older task's end
   EXPECT_EQ(world.requestCount("POST", "/probe"), 2U);
   EXPECT_EQ(world.http.requests("POST", "/probe").at(1).fate, RecordedRequest::Fate::pending);
+  EXPECT_EQ(world.status(), "Analyzing available formats…");  // the older one ended first
+  EXPECT_TRUE(world.inputsAreDisabled());
   EXPECT_FALSE(world.fields().pollTask);  // cleared by the older, although the newer runs
   world.controller->window().userClosed();
   world.settle();

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -34,6 +35,8 @@ const std::string ready = "Ready. Processing and browser access stay on this Mac
 struct CheckedRow {
   std::string name;
   std::function<void(ImportWorld&)> check;
+
+  friend void PrintTo(const CheckedRow& row, std::ostream* out) { *out << row.name; }
 };
 
 std::string nameOfRow(const TestParamInfo<CheckedRow>& row) { return row.param.name; }
@@ -47,8 +50,10 @@ TEST_P(FirstValueTable, IsAsItShouldBe) {
   GetParam().check(world);
 }
 
-void expectButton(const PushButton& button, const std::string& title, bool enabled, bool hidden) {
+void expectButton(const PushButton& button, const std::string& title, bool enabled, bool hidden,
+                  KeyEquivalent key = KeyEquivalent::none) {
   EXPECT_EQ(button.title(), title);
+  EXPECT_EQ(button.keyEquivalent(), key);
   EXPECT_EQ(button.isEnabled(), enabled);
   EXPECT_EQ(button.isHidden(), hidden);
 }
@@ -92,7 +97,9 @@ std::vector<CheckedRow> firstValueRows() {
       {"browserPopup",
        [](ImportWorld& world) { expectPopUp(world.form().browserPopup, "Anonymous", false); }},
       {"analyzeButton",
-       [](ImportWorld& world) { expectButton(world.form().analyzeButton, "Analyze", true, false); }},
+       [](ImportWorld& world) {
+         expectButton(world.form().analyzeButton, "Analyze", true, false, KeyEquivalent::returnKey);
+       }},
       {"pasteButton",
        [](ImportWorld& world) { expectButton(world.form().pasteButton, "Paste", true, false); }},
       {"titleLabel",
@@ -147,6 +154,8 @@ struct ItemRow {
   std::size_t index;
   std::string title;
   std::size_t count;
+
+  friend void PrintTo(const ItemRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class PopUpItemTable : public TestWithParam<ItemRow> {};
@@ -236,10 +245,7 @@ std::vector<CheckedRow> layoutRows() {
          EXPECT_TRUE(isControl(row[0].element, world.form().urlField));
          EXPECT_TRUE(isControl(row[1].element, world.form().pasteButton));
          EXPECT_TRUE(isControl(row[2].element, world.form().analyzeButton));
-         EXPECT_EQ(rowAt(world, 2).width, ElementWidth::stack);
          EXPECT_EQ(world.form().urlField.horizontalHugging(), 250);
-         EXPECT_EQ(world.form().analyzeButton.keyEquivalent(), KeyEquivalent::returnKey);
-         EXPECT_EQ(world.form().pasteButton.keyEquivalent(), KeyEquivalent::none);
          EXPECT_THAT(world.form().urlField.placeholder(),
                      ::testing::MatchesRegex("https://.*\xE2\x80\xA6 or https://.*\xE2\x80\xA6"));
        }},
@@ -260,10 +266,7 @@ std::vector<CheckedRow> layoutRows() {
          expectSecondary(world.form().cookiesLabel);
        }},
       {"row06Separator",
-       [](ImportWorld& world) {
-         EXPECT_TRUE(std::holds_alternative<Separator>(rowAt(world, 5).element));
-         EXPECT_EQ(rowAt(world, 5).width, ElementWidth::stack);
-       }},
+       [](ImportWorld& world) { EXPECT_TRUE(std::holds_alternative<Separator>(rowAt(world, 5).element)); }},
       {"row07Title",
        [](ImportWorld& world) {
          EXPECT_TRUE(isControl(rowAt(world, 6).element, world.form().titleLabel));
@@ -286,12 +289,10 @@ std::vector<CheckedRow> layoutRows() {
          EXPECT_TRUE(isControl(row[3].element, world.form().subtitlePopup));
          EXPECT_TRUE(isControl(row[4].element, world.form().subtitleFormatPopup));
          EXPECT_EQ(world.form().saveAsLabel.text(), "Save as:");
+         expectStyle(world.form().saveAsLabel.style(), std::nullopt, FontWeight::regular, TextColor::primary);
        }},
       {"row10Progress",
-       [](ImportWorld& world) {
-         EXPECT_TRUE(isControl(rowAt(world, 9).element, world.form().progress));
-         EXPECT_EQ(rowAt(world, 9).width, ElementWidth::stack);
-       }},
+       [](ImportWorld& world) { EXPECT_TRUE(isControl(rowAt(world, 9).element, world.form().progress)); }},
       {"row11Status",
        [](ImportWorld& world) {
          EXPECT_TRUE(isControl(rowAt(world, 10).element, world.form().statusLabel));
@@ -311,6 +312,22 @@ std::vector<CheckedRow> layoutRows() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, LayoutRowTable, ValuesIn(layoutRows()), nameOfRow);
+
+TEST(ImportWindow, GivesTheStacksWidthToTheLinkRowTheSeparatorAndTheBarAloneAndAColumnToTheRowsLabels) {
+  ImportWorld world;
+  for (const std::size_t row : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 10U, 11U}) {
+    const bool isWide = row == 2 || row == 5 || row == 9;
+    EXPECT_EQ(rowAt(world, row).width, isWide ? ElementWidth::stack : ElementWidth::natural) << row;
+  }
+  for (const std::size_t row : {2U, 4U, 8U, 11U}) {
+    const std::vector<StackItem>& controls = controlsOf(world, row);
+    const bool isLabeled = row == 4 || row == 8;
+    EXPECT_EQ(controls.front().width, isLabeled ? ElementWidth::column : ElementWidth::natural) << row;
+    for (std::size_t i = 1; i < controls.size(); ++i) {
+      EXPECT_EQ(controls[i].width, ElementWidth::natural) << row;
+    }
+  }
+}
 
 TEST(ImportWindow, HasItsTitleSizesAndMargins) {
   ImportWorld world;
@@ -508,6 +525,8 @@ struct StartRow {
   std::optional<std::string> analysed;  ///< members of the analysed job; none: no analysis
   std::size_t mode;
   bool enabled;
+
+  friend void PrintTo(const StartRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class RefreshStartButtonTable : public TestWithParam<StartRow> {};
@@ -558,6 +577,17 @@ TEST(ImportFormEdgeCases, AudioOnlyNeedsAnAnalysisAndNothingElse) {
   world.answerPoll("probe-1", "completed");
   world.clickAnalyze();
   EXPECT_TRUE(world.form().startButton.isEnabled());
+}
+
+TEST(ImportFormEdgeCases, AudioOnlyShowsNoneOfTheOtherOutputPopUps) {
+  ImportWorld world;
+  for (const std::size_t before : {0U, 2U}) {
+    world.form().modePopup.userSelected(before);
+    world.form().modePopup.userSelected(1);
+    EXPECT_TRUE(world.form().qualityPopup.isHidden()) << before;
+    EXPECT_TRUE(world.form().subtitlePopup.isHidden()) << before;
+    EXPECT_TRUE(world.form().subtitleFormatPopup.isHidden()) << before;
+  }
 }
 
 TEST(ImportFormEdgeCases, SourceSubtitleShowsItsPopUpsAndVideoHidesThemAgain) {
@@ -647,6 +677,23 @@ TEST(Presenting, ShowsCentresAndActivatesAtOnceAndStartsTheReadinessStepOnALater
   world.settle();
   EXPECT_EQ(world.helper.calls(), 1);
   EXPECT_EQ(world.status(), ready);
+}
+
+TEST(Presenting, ShowsFirstThenCentresThenActivatesWithTheLinkInPlaceAndEachTimeAnew) {
+  ImportWorld world;
+  std::vector<std::string> journal;
+  Window& window = world.controller->window();
+  const auto note = [&](const char* when) {
+    journal.push_back(when + std::to_string(window.showRequests()) + std::to_string(window.centerRequests()) +
+                      " " + world.form().urlField.text());
+  };
+  const auto subscription = window.observe([&] { note("window "); });
+  world.application.onActivate([&] { note("activate "); });
+  world.controller->present(Url::parse("https://example.org/1").value());
+  world.controller->present(Url::parse("https://example.org/2").value());
+  EXPECT_THAT(journal, ElementsAre("window 10 https://example.org/1", "window 11 https://example.org/1",
+                                   "activate 11 https://example.org/1", "window 21 https://example.org/2",
+                                   "window 22 https://example.org/2", "activate 22 https://example.org/2"));
 }
 
 TEST(Presenting, WithoutALinkLeavesTheTextAlone) {
@@ -751,6 +798,8 @@ TEST(Closing, WithoutATaskChangesNothing) {
 struct ActionRow {
   std::string name;
   std::function<void(DownloaderWindowController&)> call;
+
+  friend void PrintTo(const ActionRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class MainThreadDeathTest : public TestWithParam<ActionRow> {};
@@ -786,6 +835,32 @@ TEST(EndOfTheProgram, AControllerThatIsLetGoLivesUntilItsTasksEnd) {
   EXPECT_TRUE(controller.expired());
   EXPECT_THAT(world.windowSystem.windows(), IsEmpty());
   EXPECT_EQ(world.clock.pendingTimers(), 0U);
+}
+
+TEST(EndOfTheProgram, AReadinessStepKeepsItsControllerAliveUntilItEnds) {
+  ImportWorld world;
+  world.offerToken();
+  world.helper.delay = std::chrono::seconds(1);
+  world.controller->present(std::nullopt);
+  world.settle();
+  const std::weak_ptr<DownloaderWindowController> controller = world.controller;
+  world.controller.reset();
+  ASSERT_FALSE(controller.expired());
+  world.clock.advance(std::chrono::seconds(1));
+  EXPECT_TRUE(controller.expired());
+}
+
+TEST(EndOfTheProgram, ACancelRequestKeepsItsControllerAliveUntilItEnds) {
+  ImportWorld world;
+  world.analyzed();
+  world.downloading();
+  world.http.answer("POST", "/jobs/job-1/cancel", {.body = "null", .delay = std::chrono::seconds(1)});
+  world.clickCancel();
+  const std::weak_ptr<DownloaderWindowController> controller = world.controller;
+  world.controller.reset();
+  ASSERT_FALSE(controller.expired());
+  world.clock.advance(std::chrono::seconds(1));
+  EXPECT_TRUE(controller.expired());
 }
 
 /// Brings the world into a state with waiting tasks.
@@ -855,7 +930,7 @@ std::vector<CheckedRow> teardownRows() {
        [](ImportWorld& world) {
          world.analyzed();
          world.atSavePanel();
-         world.http.answer("GET", "/jobs/job-1/result", ScriptedAnswer::silence());
+         world.http.answer("GET", "/jobs/job-1-own/result", ScriptedAnswer::silence());
          world.panels.choose("/home/user/Videos/film.mp4");
          world.settle();
        }},

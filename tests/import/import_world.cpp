@@ -53,12 +53,12 @@ void ImportWorld::acceptJob(const std::string& jobId) {
 
 void ImportWorld::answerPoll(const std::string& jobId, const std::string& status,
                              const std::string& members) {
-  http.answer("GET", "/jobs/" + jobId, {.body = jobJson(jobId, status, members)});
+  http.answer("GET", "/jobs/" + jobId, {.body = jobJson(ownIdentifier(jobId), status, members)});
 }
 
 void ImportWorld::keepAnsweringPoll(const std::string& jobId, const std::string& status,
                                     const std::string& members) {
-  http.answerAlways("GET", "/jobs/" + jobId, {.body = jobJson(jobId, status, members)});
+  http.answerAlways("GET", "/jobs/" + jobId, {.body = jobJson(ownIdentifier(jobId), status, members)});
 }
 
 std::size_t ImportWorld::requestCount(const std::string& method, const std::string& path) const {

@@ -35,6 +35,9 @@ inline const std::string richMedia =
     R"("subtitles":[{"id":"en-1","label":"English","original":true},{"id":"de-1","language":"de"},{"id":"ja-1"}],)"
     R"("recommendedSubtitleId":"ja-1")";
 
+/// The processor answers the polls of `jobId` under another identifier, so that a mix-up of the two is seen.
+[[nodiscard]] inline std::string ownIdentifier(const std::string& jobId) { return jobId + "-own"; }
+
 inline const std::string fileResult = R"("result":{"kind":"file","filename":"film.mp4"})";
 
 /// A job's answer: {"jobId":...,"status":...} with `members` (such as "\"progress\":5") behind.
@@ -76,7 +79,7 @@ struct ImportWorld {
   void acceptProbe();
   /// The next answer to POST /jobs is a queued job `jobId`.
   void acceptJob(const std::string& jobId = "job-1");
-  /// The next answer to GET /jobs/`jobId`.
+  /// The next answer to GET /jobs/`jobId`: a job with its own identifier.
   void answerPoll(const std::string& jobId, const std::string& status, const std::string& members = {});
   /// The answer to every GET /jobs/`jobId` from now on for which none is queued.
   void keepAnsweringPoll(const std::string& jobId, const std::string& status,

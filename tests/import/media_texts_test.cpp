@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,8 @@ struct SuffixRow {
   std::optional<bool> original;
   std::optional<bool> automatic;
   std::string suffix;
+
+  friend void PrintTo(const SuffixRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class SubtitleSuffixTable : public TestWithParam<SuffixRow> {};
@@ -67,6 +70,8 @@ struct DurationRow {
   std::string name;
   double seconds;
   std::string text;
+
+  friend void PrintTo(const DurationRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class DurationTable : public TestWithParam<DurationRow> {};
@@ -119,6 +124,7 @@ TEST(SuggestedFileNames, AreTheLastPathComponent) {
   EXPECT_EQ(suggestedFileName("../../etc/passwd"), "passwd");
   EXPECT_EQ(suggestedFileName("/etc/cron.d/job"), "job");
   EXPECT_EQ(suggestedFileName("folder/film.mp4/"), "film.mp4");
+  EXPECT_EQ(suggestedFileName("folder/film.mp4///"), "film.mp4");
 }
 
 TEST(SuggestedFileNames, HoldNoControlCharacters) {
@@ -142,6 +148,14 @@ TEST(SuggestedFileNames, AreCutBetweenCharacters) {
   std::string faces = "a";
   for (int i = 0; i < 100; ++i) faces += "\U0001F600";
   EXPECT_EQ(suggestedFileName(faces), faces.substr(0, 1 + std::size_t{4} * 63));
+}
+
+TEST(SuggestedFileNames, KeepAnExtensionOfUpToThirtyTwoBytesWithItsDot) {
+  const std::string longest = "." + std::string(31, 'e');
+  EXPECT_EQ(suggestedFileName(std::string(300, 'x') + longest), std::string(223, 'x') + longest);
+  EXPECT_EQ(suggestedFileName(std::string(300, 'x') + longest + "e"), std::string(255, 'x'));
+  EXPECT_EQ(suggestedFileName(std::string(300, 'x') + "."), std::string(254, 'x') + ".");
+  EXPECT_EQ(suggestedFileName(std::string(300, 'x') + ".a.mp4"), std::string(251, 'x') + ".mp4");
 }
 
 TEST(SuggestedFileNames, AreCutWholeWhenWhatFollowsTheDotIsNoExtension) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
@@ -133,20 +134,28 @@ TEST(PopUpButtonTest, HasNoSelectionWithoutItems) {
   EXPECT_EQ(popUp.selectedTitle(), std::nullopt);
 }
 
-TEST(PopUpButtonTest, SelectsTheFirstItemThatIsAddedToAnEmptyListAndKeepsItAsMoreFollow) {
+TEST(PopUpButtonTest, SelectsTheFirstItemOfANewListUnlessAnotherIsGiven) {
   PopUpButton popUp({"old", "older"});
   popUp.selectIndex(1);
-  popUp.removeAllItems();
-  EXPECT_EQ(popUp.selectedIndex(), std::nullopt);
-  popUp.addItem("a");
-  popUp.addItem("b");
+  popUp.setItems({"a", "b", "c"});
+  EXPECT_EQ(popUp.titles(), (std::vector<std::string>{"a", "b", "c"}));
   EXPECT_EQ(popUp.selectedIndex(), 0U);
+  popUp.setItems({"d", "e"}, 1);
+  EXPECT_EQ(popUp.selectedTitle(), "e");
+  popUp.setItems({"f", "g"}, 2);
+  EXPECT_EQ(popUp.selectedIndex(), 0U);
+}
+
+TEST(PopUpButtonTest, HasNoSelectionOnceItsListIsEmpty) {
+  PopUpButton popUp({"a"});
+  popUp.setItems({});
+  EXPECT_EQ(popUp.selectedIndex(), std::nullopt);
+  EXPECT_EQ(popUp.selectedTitle(), std::nullopt);
 }
 
 TEST(PopUpButtonTest, KeepsEqualTitlesApart) {
   PopUpButton popUp({"same"});
-  popUp.addItem("same");
-  popUp.selectIndex(1);
+  popUp.setItems({"same", "same"}, 1);
   EXPECT_EQ(popUp.titles(), (std::vector<std::string>{"same", "same"}));
   EXPECT_EQ(popUp.selectedIndex(), 1U);
 }
@@ -175,8 +184,8 @@ TEST(PopUpButtonTest, RunsNoActionWhenTheProgramSelects) {
   int choices = 0;
   popUp.setAction([&] { ++choices; });
   popUp.selectIndex(1);
-  popUp.addItem("c");
-  popUp.removeAllItems();
+  popUp.setItems({"c"});
+  popUp.setItems({});
   EXPECT_EQ(choices, 0);
 }
 
@@ -191,15 +200,64 @@ TEST(PopUpButtonTest, IgnoresTheUserWhileDisabledOrHidden) {
   EXPECT_EQ(popUp.selectedIndex(), 0U);
 }
 
-TEST(PopUpButtonTest, NotifiesEveryChangeOfItsListAndSelection) {
+TEST(PopUpButtonTest, NotifiesEveryChangeOfItsListAndSelectionOnce) {
   PopUpButton popUp({"a"});
   const Notices notices(popUp);
-  popUp.addItem("b");
-  popUp.selectIndex(1);
-  popUp.selectIndex(1);
-  popUp.removeAllItems();
-  popUp.removeAllItems();
+  popUp.setItems({"a", "b", "b"}, 1);
+  EXPECT_EQ(notices.count, 1);
+  popUp.selectIndex(2);
+  popUp.selectIndex(2);
+  popUp.setItems({"a", "b", "b"}, 2);
+  EXPECT_EQ(notices.count, 2);
+  popUp.setItems({"a", "b", "b"});
   EXPECT_EQ(notices.count, 3);
+  popUp.setItems({});
+  popUp.setItems({});
+  EXPECT_EQ(notices.count, 4);
+}
+
+TEST(PopUpButtonTest, ItsRevisionGrowsWithItsListAlone) {
+  PopUpButton popUp({"a", "b"});
+  const auto first = popUp.listRevision();
+  popUp.selectIndex(1);
+  popUp.setItems({"a", "b"});
+  popUp.setHidden(true);
+  EXPECT_EQ(popUp.listRevision(), first);
+  popUp.setItems({"b", "a"});
+  EXPECT_GT(popUp.listRevision(), first);
+}
+
+/// What a view reads in each notice: the titles and the selected one.
+std::vector<std::string> statesNotified(PopUpButton& popUp, const std::function<void(PopUpButton&)>& change) {
+  std::vector<std::string> states;
+  const auto subscription = popUp.observe([&] {
+    std::string state;
+    for (const std::string& title : popUp.titles()) state += title + ' ';
+    states.push_back(state + "> " + popUp.selectedTitle().value_or("none"));
+  });
+  change(popUp);
+  return states;
+}
+
+using PopUpStates = std::vector<std::string>;
+
+TEST(PopUpButtonTest, NotifiesAListWhenItsSelectionIsSetToo) {
+  PopUpButton popUp({"a", "b"});
+  EXPECT_EQ(statesNotified(popUp,
+                           [](PopUpButton& changed) {
+                             changed.setItems({"c", "d", "e"}, 2);
+                           }),
+            PopUpStates{"c d e > e"});
+  EXPECT_EQ(statesNotified(popUp, [](PopUpButton& changed) { changed.setItems({"f"}); }),
+            PopUpStates{"f > f"});
+  EXPECT_EQ(statesNotified(popUp, [](PopUpButton& changed) { changed.setItems({}); }), PopUpStates{"> none"});
+}
+
+TEST(PopUpButtonTest, NotifiesAChoiceOfTheUserBeforeItsAction) {
+  PopUpButton popUp({"a", "b"});
+  popUp.setAction([&] { popUp.setItems({"c", "d"}); });
+  EXPECT_EQ(statesNotified(popUp, [](PopUpButton& changed) { changed.userSelected(1); }),
+            (PopUpStates{"a b > b", "c d > c"}));
 }
 
 TEST(ProgressBarTest, StandsAtZeroAtFirst) { EXPECT_EQ(ProgressBar().value(), 0); }

@@ -38,6 +38,29 @@ TEST(WindowTest, EveryCentringIsARequestOfItsOwn) {
   EXPECT_FALSE(window.isVisible());
 }
 
+TEST(WindowTest, NotifiesARequestWhenItIsWhole) {
+  Window window({});
+  Journal states;
+  const auto subscription = window.observe([&] {
+    states.push_back(std::string(window.isVisible() ? "shown" : "hidden") + ", shows " +
+                     std::to_string(window.showRequests()) + ", centrings " +
+                     std::to_string(window.centerRequests()));
+  });
+  window.center();
+  window.show();
+  EXPECT_EQ(states, (Journal{"hidden, shows 0, centrings 1", "shown, shows 1, centrings 1"}));
+}
+
+TEST(WindowTest, NotifiesItsClosingOnceItIsHidden) {
+  Window window({});
+  window.show();
+  Journal states;
+  const auto subscription =
+      window.observe([&] { states.emplace_back(window.isVisible() ? "shown" : "hidden"); });
+  window.userClosed();
+  EXPECT_EQ(states, Journal{"hidden"});
+}
+
 TEST(WindowTest, TellsBeforeItIsHiddenThatTheUserClosesIt) {
   Window window({});
   Journal journal;

@@ -1,12 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <QAbstractItemModel>
+#include <QAbstractItemView>
 #include <QAccessible>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QStyledItemDelegate>
 #include <QWheelEvent>
+#include <string>
+#include <vector>
 
 #include "platform/qt/qt_controls.h"
 #include "tests/qt/qt_world.h"
@@ -159,12 +164,58 @@ TEST_F(QtControls, PopUpKeepsEqualTitlesApart) {
 TEST_F(QtControls, PopUpSelectsTheFirstItemOfANewList) {
   PopUpButton model({"Analyze first"});
   auto& popUp = make<QComboBox>(model);
-  model.removeAllItems();
+  model.setItems({});
+  EXPECT_EQ(popUp.count(), 0);
   EXPECT_EQ(popUp.currentIndex(), -1);
-  model.addItem("1080p");
-  model.addItem("720p");
+  model.setItems({"1080p", "720p"});
   EXPECT_EQ(popUp.count(), 2);
   EXPECT_EQ(popUp.currentText().toStdString(), "1080p");
+}
+
+TEST_F(QtControls, PopUpFillsItsListAndTellsItsSelectionOnceForEachChange) {
+  PopUpButton model({"Analyze first"});
+  auto& popUp = make<QComboBox>(model);
+  int fillings = 0;
+  std::vector<int> told;  // Qt tells screen readers of a new value where it sends this signal
+  QObject::connect(popUp.model(), &QAbstractItemModel::modelReset, [&fillings] { ++fillings; });
+  QObject::connect(&popUp, &QComboBox::currentIndexChanged, [&told](int index) { told.push_back(index); });
+  model.setItems({"English", "English", "German"}, 1);
+  EXPECT_EQ(fillings, 1);
+  EXPECT_EQ(told, (std::vector<int>{1}));
+  model.setItems({"English", "English", "German"}, 2);
+  model.setAccessibleName("another notice");
+  EXPECT_EQ(fillings, 1);
+  EXPECT_EQ(told, (std::vector<int>{1, 2}));
+  EXPECT_EQ(popUp.currentIndex(), 2);
+}
+
+TEST_F(QtControls, PopUpMeasuresFewTitlesOfALongListToOpenIt) {
+  struct CountingDelegate final : QStyledItemDelegate {
+    [[nodiscard]] QSize sizeHint(const QStyleOptionViewItem& option,
+                                 const QModelIndex& index) const override {
+      ++measured;
+      return QStyledItemDelegate::sizeHint(option, index);
+    }
+    mutable int measured = 0;
+  };
+  std::vector<std::string> titles;
+  for (int i = 0; i < 5000; ++i) titles.push_back("English " + std::to_string(i));
+  titles[2500] += std::string(100, 'w');
+  PopUpButton model({"Analyze first"});
+  auto& popUp = make<QComboBox>(model);
+  CountingDelegate delegate;
+  popUp.setItemDelegate(&delegate);
+  window.show();
+  const int narrow = popUp.sizeHint().width();
+  model.setItems(titles, 4999);
+  EXPECT_GT(popUp.sizeHint().width(), narrow);
+  popUp.showPopup();
+  runTurns();
+  EXPECT_LT(delegate.measured, 200);
+  EXPECT_GT(popUp.view()->width(), popUp.fontMetrics().horizontalAdvance(QString(30, QLatin1Char('w'))));
+  press(*popUp.view(), Qt::Key_Up);
+  press(*popUp.view(), Qt::Key_Return);
+  EXPECT_EQ(model.selectedIndex(), 4998U);
 }
 
 TEST_F(QtControls, PopUpIsNotChangedByScrollingPastIt) {

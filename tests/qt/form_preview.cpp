@@ -41,11 +41,8 @@ void fill(zunto::ImportForm& form) {
   form.urlField.setText("https://media.example/watch?v=abcdefgh");
   form.titleLabel.setText("A walk along the river in the early morning");
   form.detailLabel.setText("Duration: 12:34");
-  form.qualityPopup.removeAllItems();
-  for (const char* quality : {"1080p", "720p", "480p"}) form.qualityPopup.addItem(quality);
-  form.subtitlePopup.removeAllItems();
-  form.subtitlePopup.addItem("English");
-  form.subtitlePopup.addItem("English");
+  form.qualityPopup.setItems({"1080p", "720p", "480p"});
+  form.subtitlePopup.setItems({"English", "English"});
   form.progress.setValue(42.5);
   form.statusLabel.setText("Downloading video… 42%");
   form.startButton.setEnabled(true);
@@ -67,8 +64,7 @@ void makeLong(zunto::ImportForm& form) {
   form.statusLabel.setText(
       "Saved to /home/somebody/Downloads/a-folder-with-a-rather-long-name/another-folder-with-a-long-name/"
       "and-one-more-for-good-measure/A very long title that nobody could ever read in one go.mp4");
-  form.subtitlePopup.removeAllItems();
-  form.subtitlePopup.addItem("Chinese (Simplified, automatically generated from English)");
+  form.subtitlePopup.setItems({"Chinese (Simplified, automatically generated from English)"});
 }
 
 struct QtClockAndDialogs {

@@ -21,6 +21,7 @@ struct ViewLayout {
   NSLayoutPriority compression[2] = {750, 750};
   std::optional<CGFloat> height;
   bool isAsWideAsItsStack = false;
+  NSView* columnHead = nil;                   ///< the view whose width this one shares, maybe itself
   std::map<NSLayoutAttribute, CGFloat> pins;  ///< to the superview
   NSString* accessibilityLabel = nil;
   NSInteger maximumLines = 0;
@@ -89,9 +90,21 @@ NSSize contentSize(NSView* view, CGFloat width) {
   return [view frame].size;
 }
 
+/// As wide as the widest of the views that share the width of `head`.
+CGFloat columnWidth(NSView* head) {
+  CGFloat width = 0;
+  for (const auto& [view, layout] : layouts()) {
+    if (layout.columnHead == head) {
+      width = std::max(width, contentSize(static_cast<NSView*>(view), unlimited).width);
+    }
+  }
+  return width;
+}
+
 NSSize naturalSize(NSView* view, CGFloat stackWidth) {
   const ViewLayout& layout = layoutOf(view);
   NSSize size = contentSize(view, layout.isAsWideAsItsStack ? stackWidth : unlimited);
+  if (layout.columnHead != nil) size.width = columnWidth(layout.columnHead);
   if (layout.isAsWideAsItsStack && stackWidth < unlimited) size.width = stackWidth;
   if (layout.height) size.height = *layout.height;
   return NSMakeSize(ceil(size.width), ceil(size.height));
@@ -439,10 +452,12 @@ void setActive(id constraint, SEL, BOOL active) {
   ViewLayout& layout = layoutOf(view);
   switch ([constraint firstAttribute]) {
     case NSLayoutAttributeWidth:
-      if ([constraint secondItem] != [view superview]) {
-        [NSException raise:NSInvalidArgumentException format:@"a width follows the view's stack only"];
+      if ([constraint secondItem] == [view superview]) {
+        layout.isAsWideAsItsStack = true;
+      } else {
+        layout.columnHead = [constraint secondItem];
+        layoutOf(layout.columnHead).columnHead = layout.columnHead;
       }
-      layout.isAsWideAsItsStack = true;
       break;
     case NSLayoutAttributeHeight:
       layout.height = [constraint constant];
