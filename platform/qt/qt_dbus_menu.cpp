@@ -197,7 +197,9 @@ QVariantMap QtDBusMenu::properties(int identifier) const {
                      {QStringLiteral("enabled"), shown->isEnabled()},
                      {QStringLiteral("visible"), true}};
   if (const std::optional<char> key = shown->keyEquivalent()) {
-    const QList<QStringList> shortcut{{QStringLiteral("Control"), QString(QChar::fromLatin1(*key))}};
+    // The protocol names keys in upper case.
+    const QList<QStringList> shortcut{
+        {QStringLiteral("Control"), QString(QChar::fromLatin1(*key)).toUpper()}};
     result[QStringLiteral("shortcut")] = QVariant::fromValue(shortcut);
   }
   return result;

@@ -1,19 +1,25 @@
 #include "platform/qt/qt_session_bus.h"
 
-#include <QFileInfo>
-#include <QString>
-
 namespace zunto {
 
-std::optional<QDBusConnection> connectToSessionBus() {
-  const QString runtimeFolder = qEnvironmentVariable("XDG_RUNTIME_DIR");
-  const bool isNamed = !qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS");
-  const bool isAtItsPlace =
-      !runtimeFolder.isEmpty() && QFileInfo::exists(runtimeFolder + QLatin1String("/bus"));
-  if (!isNamed && !isAtItsPlace) return std::nullopt;
+namespace {
+constexpr const char* addressVariable = "DBUS_SESSION_BUS_ADDRESS";
+}
+
+QtSessionBus::QtSessionBus(bool answers) : answers_(answers), address_(qgetenv(addressVariable)) {
+  if (!answers_) qputenv(addressVariable, "unix:path=/dev/null");
+}
+
+std::optional<QDBusConnection> QtSessionBus::connect() {
+  // Qt connects once, and remembers that it failed.
   QDBusConnection bus = QDBusConnection::sessionBus();
-  if (!bus.isConnected()) return std::nullopt;
-  return bus;
+  if (answers_) return bus.isConnected() ? std::optional(bus) : std::nullopt;
+  if (address_.isNull()) {
+    qunsetenv(addressVariable);
+  } else {
+    qputenv(addressVariable, address_);
+  }
+  return std::nullopt;
 }
 
 }  // namespace zunto

@@ -1,48 +1,124 @@
 #include "platform/qt/qt_single_instance.h"
 
-#include <QDBusConnectionInterface>
-#include <QDBusError>
+#include <poll.h>
+#include <systemd/sd-bus.h>
+
 #include <QGuiApplication>
-#include <QStringList>
-#include <QVariantMap>
+#include <QSocketNotifier>
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
 #include <thread>
 #include <utility>
+#include <vector>
 
-#include "platform/qt/qt_dbus_object.h"
-#include "platform/qt/qt_socket_channel.h"
 #include "platform/qt/qt_text.h"
 
 namespace zunto {
 
 namespace {
 
-constexpr QLatin1String applicationInterface("org.freedesktop.Application");
+using std::chrono::steady_clock;
 
-constexpr const char* applicationDescription = R"xml(
-  <interface name="org.freedesktop.Application">
-    <method name="Activate"><arg type="a{sv}" name="platform_data" direction="in"/></method>
-    <method name="Open">
-      <arg type="as" name="uris" direction="in"/><arg type="a{sv}" name="platform_data" direction="in"/>
-    </method>
-    <method name="ActivateAction">
-      <arg type="s" name="action_name" direction="in"/><arg type="av" name="parameter" direction="in"/>
-      <arg type="a{sv}" name="platform_data" direction="in"/>
-    </method>
-  </interface>
-)xml";
+constexpr const char* applicationInterface = "org.freedesktop.Application";
 
-/// How long the other instance may take to say that it has the request. One that is busy has it all the
-/// same: the bus and the socket keep it.
-constexpr int patienceInMilliseconds = 5000;
+/// How long a start looks for another instance before it goes on without.
+constexpr std::chrono::milliseconds patience(2000);
 
-constexpr int attempts = 100;
+/// How long the other instance may take to say that it has the request. What is left of the patience is for
+/// the question whether it is still there: one that is busy has the request all the same, since the bus keeps
+/// it.
+constexpr std::chrono::milliseconds patienceWithInstance(1500);
+
 constexpr std::chrono::milliseconds pauseBetweenAttempts(50);
 
-std::string tokenOf(const QVariant& platformData) {
-  const auto data = qdbus_cast<QVariantMap>(platformData);
-  QString token = data.value(QStringLiteral("activation-token")).toString();
-  if (token.isEmpty()) token = data.value(QStringLiteral("desktop-startup-id")).toString();
-  return fromQString(token);
+struct MessageCloser {
+  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+};
+using Message = std::unique_ptr<sd_bus_message, MessageCloser>;
+
+class CallError {
+ public:
+  CallError() = default;
+  CallError(const CallError&) = delete;
+  CallError& operator=(const CallError&) = delete;
+  ~CallError() { sd_bus_error_free(&error_); }
+  [[nodiscard]] sd_bus_error* get() { return &error_; }
+
+ private:
+  sd_bus_error error_{};
+};
+
+std::uint64_t microsecondsUntil(steady_clock::time_point deadline) {
+  const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - steady_clock::now());
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(left.count(), 0));
+}
+
+bool hasPassed(steady_clock::time_point deadline) { return microsecondsUntil(deadline) == 0; }
+
+/// Runs the connection's greeting. False where the bus does not answer in time.
+bool waitUntilReady(sd_bus& bus, steady_clock::time_point deadline) {
+  while (sd_bus_is_ready(&bus) == 0) {
+    const int done = sd_bus_process(&bus, nullptr);
+    if (done < 0 || hasPassed(deadline)) return false;
+    if (done > 0) continue;
+    const int waited = sd_bus_wait(&bus, microsecondsUntil(deadline));
+    if (waited < 0 && waited != -EINTR) return false;
+  }
+  return sd_bus_is_ready(&bus) > 0;
+}
+
+/// The reply; null when there is an error instead, or none within the deadline.
+Message call(sd_bus& bus, sd_bus_message& message, steady_clock::time_point deadline) {
+  const std::uint64_t limit = microsecondsUntil(deadline);
+  if (limit == 0) return nullptr;  // which the library takes for its own, long limit
+  CallError error;
+  sd_bus_message* reply = nullptr;
+  sd_bus_call(&bus, &message, limit, error.get(), &reply);
+  return Message(reply);
+}
+
+enum class NameOwner { thisInstance, otherInstance, unknown };
+
+NameOwner requestName(sd_bus& bus, steady_clock::time_point deadline) {
+  constexpr std::uint32_t neitherQueueNorReplace = 4;
+  constexpr std::uint32_t isOwner = 1;
+  sd_bus_message* raw = nullptr;
+  sd_bus_message_new_method_call(&bus, &raw, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                 "org.freedesktop.DBus", "RequestName");
+  const Message request(raw);
+  if (!request || sd_bus_message_append(raw, "su", QtSingleInstance::busName, neitherQueueNorReplace) < 0) {
+    return NameOwner::unknown;
+  }
+  const Message reply = call(bus, *request, deadline);
+  std::uint32_t answer = 0;
+  if (!reply || sd_bus_message_read(reply.get(), "u", &answer) <= 0) return NameOwner::unknown;
+  return answer == isOwner ? NameOwner::thisInstance : NameOwner::otherInstance;
+}
+
+int appendPlatformData(sd_bus_message& message, const std::string& token) {
+  if (token.empty()) return sd_bus_message_append(&message, "a{sv}", 0);
+  return sd_bus_message_append(&message, "a{sv}", 2, "activation-token", "s", token.c_str(),
+                               "desktop-startup-id", "s", token.c_str());
+}
+
+Message makeHandOver(sd_bus& bus, const LaunchRequest& request) {
+  sd_bus_message* raw = nullptr;
+  sd_bus_message_new_method_call(&bus, &raw, QtSingleInstance::busName, QtSingleInstance::objectPath,
+                                 applicationInterface, request.link ? "Open" : "Activate");
+  Message message(raw);
+  if (!message || sd_bus_message_set_auto_start(raw, 0) < 0) return nullptr;
+  // An argument may be any bytes, a text on the bus may not.
+  if (request.link) {
+    const std::string link = fromQString(toQString(*request.link));
+    if (sd_bus_message_append(raw, "as", 1, link.c_str()) < 0) return nullptr;
+  }
+  if (appendPlatformData(*raw, fromQString(toQString(request.activationToken))) < 0) return nullptr;
+  return message;
 }
 
 /// Lets the next window that asks for the focus have it. Elsewhere the request itself is enough.
@@ -51,139 +127,183 @@ void useActivationToken(const std::string& token) {
   qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
 }
 
+/// Reads the links that stand next in the message. False where they cannot be read.
+bool readLinks(sd_bus_message& message, std::vector<std::string>& links) {
+  if (sd_bus_message_enter_container(&message, SD_BUS_TYPE_ARRAY, "s") < 0) return false;
+  const char* link = nullptr;
+  while (sd_bus_message_read_basic(&message, SD_BUS_TYPE_STRING, &link) > 0) links.emplace_back(link);
+  return sd_bus_message_exit_container(&message) >= 0;
+}
+
+/// Reads the platform data that stand next in the message, of which only the token counts.
+std::string readToken(sd_bus_message& message) {
+  std::string token;
+  sd_bus_message_enter_container(&message, SD_BUS_TYPE_ARRAY, "{sv}");
+  while (sd_bus_message_enter_container(&message, SD_BUS_TYPE_DICT_ENTRY, "sv") > 0) {
+    const char* name = nullptr;
+    const char* value = nullptr;
+    sd_bus_message_read_basic(&message, SD_BUS_TYPE_STRING, &name);
+    const std::string_view key = name == nullptr ? "" : name;
+    const bool isNewer = key == "activation-token";
+    const bool isToken = isNewer || (key == "desktop-startup-id" && token.empty());
+    if (isToken && sd_bus_message_read(&message, "v", "s", &value) > 0) {
+      token = value;
+    } else {
+      sd_bus_message_skip(&message, "v");
+    }
+    sd_bus_message_exit_container(&message);
+  }
+  return token;
+}
+
 }  // namespace
 
-/// Offers the application on the bus, and calls the one that does already.
-class QtSingleInstance::BusChannel {
- public:
-  BusChannel(QDBusConnection bus, QtSingleInstance& owner)
-      : bus_(std::move(bus)),
-        owner_(owner),
-        object_(bus_, QString::fromLatin1(objectPath),
-                {.interface = applicationInterface,
-                 .description = QString::fromLatin1(applicationDescription),
-                 .properties = [] { return QVariantMap(); },
-                 .call = [this](const QDBusMessage& call,
-                                const QDBusConnection& from) { return answer(call, from); }}) {}
-  BusChannel(const BusChannel&) = delete;
-  BusChannel& operator=(const BusChannel&) = delete;
-  ~BusChannel() {
-    if (isFirst_ && bus_.isConnected()) bus_.unregisterService(QString::fromLatin1(busName));
+LaunchRequest readLaunchRequest(int argc, const char* const* argv) {
+  const auto isOption = [&](int index) { return index > 0 && argv[index][0] == '-'; };
+  LaunchRequest request;
+  for (int i = 1; i < argc && !request.link; ++i) {
+    if (!isOption(i) && !isOption(i - 1)) request.link = argv[i];
   }
+  const QByteArray token = qgetenv("XDG_ACTIVATION_TOKEN");
+  request.activationToken = (token.isEmpty() ? qgetenv("DESKTOP_STARTUP_ID") : token).toStdString();
+  return request;
+}
 
-  /// The role, or none when the bus does not work.
-  std::optional<Role> claim(const LaunchRequest& request) {
-    for (int attempt = 0; attempt < attempts; ++attempt) {
-      // The object stands already, so no call to the name can miss it.
-      const auto reply = bus_.interface()->registerService(QString::fromLatin1(busName),
-                                                           QDBusConnectionInterface::DontQueueService,
-                                                           QDBusConnectionInterface::DontAllowReplacement);
-      if (!reply.isValid()) return std::nullopt;
-      if (reply.value() == QDBusConnectionInterface::ServiceRegistered) {
-        isFirst_ = true;
-        return Role::first;
-      }
-      if (handOver(request)) return Role::handedOver;
-      std::this_thread::sleep_for(pauseBetweenAttempts);
+/// Answers the calls of other starts and of the desktop.
+class QtSingleInstance::Service {
+ public:
+  Service(sd_bus& bus, Clock& clock, QtUrlEvents& links, std::function<void()> activate)
+      : bus_(bus),
+        clock_(clock),
+        links_(links),
+        activate_(std::move(activate)),
+        readable_(sd_bus_get_fd(&bus), QSocketNotifier::Read),
+        writable_(sd_bus_get_fd(&bus), QSocketNotifier::Write) {
+    sd_bus_add_object_vtable(&bus_, nullptr, objectPath, applicationInterface, methods.data(), this);
+    for (QSocketNotifier* news : {&readable_, &writable_}) {
+      QObject::connect(news, &QSocketNotifier::activated, news, [this] { work(); });
     }
-    return std::nullopt;
+    // What came with the last answer of the claim is not news to the notifiers.
+    clock_.post([self = std::weak_ptr<Service*>(self_)] {
+      if (const auto alive = self.lock()) (*alive)->work();
+    });
+    writable_.setEnabled(false);
   }
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
+  ~Service() = default;
 
  private:
-  /// False when the other instance has ended meanwhile.
-  bool handOver(const LaunchRequest& request) {
-    QVariantMap data;
-    if (!request.activationToken.empty()) {
-      data[QStringLiteral("activation-token")] = toQString(request.activationToken);
-      data[QStringLiteral("desktop-startup-id")] = toQString(request.activationToken);
+  static int onActivate(sd_bus_message* call, void* service, sd_bus_error*) {
+    static_cast<Service*>(service)->received({}, readToken(*call), *call);
+    return 1;
+  }
+
+  static int onOpen(sd_bus_message* call, void* service, sd_bus_error*) {
+    std::vector<std::string> links;
+    if (!readLinks(*call, links)) return -EINVAL;
+    static_cast<Service*>(service)->received(std::move(links), readToken(*call), *call);
+    return 1;
+  }
+
+  /// The program offers no actions: being asked for one still means that it is wanted.
+  static int onAction(sd_bus_message* call, void* service, sd_bus_error*) {
+    sd_bus_message_skip(call, "sav");
+    return onActivate(call, service, nullptr);
+  }
+
+  void received(std::vector<std::string> links, const std::string& token, sd_bus_message& call) {
+    useActivationToken(token);
+    // The call goes with the function: one that never runs has never answered.
+    auto delivered = [self = std::weak_ptr<Service*>(self_),
+                      message = std::shared_ptr<sd_bus_message>(sd_bus_message_ref(&call), MessageCloser())] {
+      if (const auto alive = self.lock()) (*alive)->answer(*message);
+    };
+    if (links.empty()) {
+      clock_.post([activate = activate_, delivered = std::move(delivered)] {
+        activate();
+        delivered();
+      });
+      return;
     }
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QString::fromLatin1(busName), QString::fromLatin1(objectPath), applicationInterface,
-        request.link ? QStringLiteral("Open") : QStringLiteral("Activate"));
-    call.setAutoStartService(false);
-    if (request.link) call << QStringList(toQString(*request.link));
-    call << data;
-    const QDBusMessage answer = bus_.call(call, QDBus::Block, patienceInMilliseconds);
-    if (answer.type() == QDBusMessage::ReplyMessage) return true;
-    // No answer in time leaves two cases: the instance is busy, or it is gone and so is its name.
-    return QDBusError(answer).type() == QDBusError::NoReply &&
-           bus_.interface()->isServiceRegistered(QString::fromLatin1(busName)).value();
+    const std::string last = std::move(links.back());
+    links.pop_back();
+    for (std::string& link : links) links_.deliver(std::move(link));
+    links_.deliver(last, std::move(delivered));
   }
 
-  bool answer(const QDBusMessage& call, const QDBusConnection& from) {
-    const QVariantList arguments = call.arguments();
-    const QString signature = call.signature();
-    if (call.member() == QLatin1String("Activate") && signature == QLatin1String("a{sv}")) {
-      owner_.received({std::nullopt, tokenOf(arguments[0])});
-    } else if (call.member() == QLatin1String("Open") && signature == QLatin1String("asa{sv}")) {
-      open(arguments[0].toStringList(), tokenOf(arguments[1]));
-    } else if (call.member() == QLatin1String("ActivateAction") && signature == QLatin1String("sava{sv}")) {
-      // The program offers no actions: being asked for one still means that it is wanted.
-      owner_.received({std::nullopt, tokenOf(arguments[2])});
-    } else {
-      return false;
-    }
-    from.send(call.createReply());
-    return true;
+  void answer(sd_bus_message& call) {
+    sd_bus_reply_method_return(&call, nullptr);
+    watch();
   }
 
-  void open(const QStringList& links, const std::string& token) {
-    if (links.isEmpty()) owner_.received({std::nullopt, token});
-    for (const QString& link : links) owner_.received({fromQString(link), token});
+  void work() {
+    int done = 0;
+    do {
+      done = sd_bus_process(&bus_, nullptr);
+    } while (done > 0);
+    watch();
   }
 
-  QDBusConnection bus_;
-  QtSingleInstance& owner_;
-  bool isFirst_ = false;
-  QtDBusObject object_;
+  /// Nothing comes any more from a bus that is gone.
+  void watch() {
+    const int wanted = sd_bus_get_events(&bus_);
+    readable_.setEnabled(wanted >= 0);
+    writable_.setEnabled(wanted >= 0 && (wanted & POLLOUT) != 0);
+  }
+
+  static const std::array<sd_bus_vtable, 5> methods;
+
+  sd_bus& bus_;
+  Clock& clock_;
+  QtUrlEvents& links_;
+  std::function<void()> activate_;
+  QSocketNotifier readable_;
+  QSocketNotifier writable_;
+  std::shared_ptr<Service*> self_ = std::make_shared<Service*>(this);
 };
 
-QtSingleInstance::QtSingleInstance(Clock& clock, QtUrlEvents& links, std::optional<QDBusConnection> bus)
-    : clock_(clock), links_(links), bus_(std::move(bus)), self_(std::make_shared<QtSingleInstance*>(this)) {}
+const std::array<sd_bus_vtable, 5> QtSingleInstance::Service::methods{
+    {SD_BUS_VTABLE_START(0), SD_BUS_METHOD("Activate", "a{sv}", "", onActivate, SD_BUS_VTABLE_UNPRIVILEGED),
+     SD_BUS_METHOD("Open", "asa{sv}", "", onOpen, SD_BUS_VTABLE_UNPRIVILEGED),
+     SD_BUS_METHOD("ActivateAction", "sava{sv}", "", onAction, SD_BUS_VTABLE_UNPRIVILEGED),
+     SD_BUS_VTABLE_END}};
+
+void QtSingleInstance::BusCloser::operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+
+QtSingleInstance::QtSingleInstance() = default;
 
 QtSingleInstance::~QtSingleInstance() = default;
 
 QtSingleInstance::Role QtSingleInstance::claim(const LaunchRequest& request) {
-  std::optional<Role> role;
-  if (bus_) {
-    busChannel_ = std::make_unique<BusChannel>(*bus_, *this);
-    role = busChannel_->claim(request);
-    if (!role) busChannel_.reset();
+  const auto start = steady_clock::now();
+  const auto deadline = start + patience;
+  const auto answerDue = start + patienceWithInstance;
+  sd_bus* raw = nullptr;
+  if (sd_bus_open_user(&raw) < 0) return Role::alone;
+  bus_.reset(raw);
+  if (!waitUntilReady(*raw, deadline)) bus_.reset();
+  bool isLeftWaiting = false;
+  while (bus_) {
+    const NameOwner owner = requestName(*bus_, deadline);
+    if (owner == NameOwner::thisInstance) return Role::first;
+    if (owner == NameOwner::unknown) {
+      bus_.reset();
+      break;
+    }
+    if (isLeftWaiting) return Role::handedOver;
+    if (hasPassed(answerDue)) break;  // whoever has the name refuses, and keeps it
+    const Message handOver = makeHandOver(*bus_, request);
+    if (handOver && call(*bus_, *handOver, answerDue)) return Role::handedOver;
+    isLeftWaiting = hasPassed(answerDue);
+    // Refused, by an instance that ends and gives up its name.
+    if (!isLeftWaiting) std::this_thread::sleep_for(pauseBetweenAttempts);
   }
-  if (!role) {
-    socketChannel_ =
-        std::make_unique<QtSocketChannel>([this](const LaunchRequest& asked) { received(asked); });
-    role = socketChannel_->claim(request, std::chrono::milliseconds(patienceInMilliseconds))
-               ? Role::first
-               : Role::handedOver;
-  }
-  // The window comes up by itself at a start; only a link has to follow it.
-  if (role == Role::first && request.link) links_.deliver(*request.link);
-  return *role;
+  return Role::alone;
 }
 
-void QtSingleInstance::setActivateHandler(std::function<void()> handler) {
-  activate_ = std::move(handler);
-  if (activationWaits_) scheduleActivation();
-}
-
-void QtSingleInstance::received(const LaunchRequest& request) {
-  useActivationToken(request.activationToken);
-  if (request.link) {
-    links_.deliver(*request.link);
-    return;
-  }
-  activationWaits_ = true;
-  if (activate_) scheduleActivation();
-}
-
-void QtSingleInstance::scheduleActivation() {
-  clock_.post([self = std::weak_ptr<QtSingleInstance*>(self_)] {
-    const auto alive = self.lock();
-    if (!alive || !std::exchange((*alive)->activationWaits_, false)) return;
-    const std::function<void()> activate = (*alive)->activate_;
-    if (activate) activate();
-  });
+void QtSingleInstance::serve(Clock& clock, QtUrlEvents& links, std::function<void()> activate) {
+  if (bus_) service_ = std::make_unique<Service>(*bus_, clock, links, std::move(activate));
 }
 
 }  // namespace zunto

@@ -1,12 +1,10 @@
 // One instance per user session: a second start hands over what it was started for and ends.
 //
-// The instances meet on the session bus, by the desktop's own convention (org.freedesktop.Application), or,
-// where there is no bus, at a socket of this user and display. Owner: the program's entry. Thread: main
-// thread only, the handler included.
+// The instances meet on the session bus, by the desktop's own convention (org.freedesktop.Application).
+// Without a bus that answers every start stands alone. Owner: the program's entry, as its first object: a
+// start that hands over needs nothing else. Thread: main thread only, callbacks included.
 #pragma once
 
-#include <QDBusConnection>
-#include <QString>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -15,9 +13,9 @@
 #include "async/clock.h"
 #include "platform/qt/qt_url_events.h"
 
-namespace zunto {
+struct sd_bus;
 
-class QtSocketChannel;
+namespace zunto {
 
 /// What a start asks of the instance that runs: a link, or none to come forward. The token lets it take the
 /// focus.
@@ -26,46 +24,49 @@ struct LaunchRequest {
   std::string activationToken;
 };
 
+/// What this start was made for, from the arguments of main() and from the environment, out of which Qt takes
+/// the token. The link is the first argument that is neither an option nor stands behind one.
+[[nodiscard]] LaunchRequest readLaunchRequest(int argc, const char* const* argv);
+
 class QtSingleInstance final {
  public:
   static constexpr const char* busName = "example.zunto.Helper";
   static constexpr const char* objectPath = "/example/zunto/Helper";
 
-  /// Links go to `links`. `bus` is none where there is no session bus. Both references must outlive this
-  /// object.
-  QtSingleInstance(Clock& clock, QtUrlEvents& links, std::optional<QDBusConnection> bus);
+  QtSingleInstance();
   QtSingleInstance(const QtSingleInstance&) = delete;
   QtSingleInstance& operator=(const QtSingleInstance&) = delete;
-  /// Another start becomes the first from now on.
+  /// Another start becomes the first from now on. One whose request was not delivered yet hears of that.
   ~QtSingleInstance();
 
   enum class Role {
-    first,      ///< this is the one instance; the start's own link is on its way to the link source
+    first,      ///< this is the one instance
+    alone,      ///< there is no bus to meet on, or none that answers
     handedOver  ///< another instance has taken the request: the program ends with status 0
   };
 
-  /// Decides which instance this is; blocks for a few calls to the other instance, at most some seconds when
-  /// that one does not answer. Called once.
+  /// Decides which instance this is, within about 2 seconds whatever bus and other instance do. Called once,
+  /// before anything stands that this could hold up, and while a signal still ends the program by itself.
   [[nodiscard]] Role claim(const LaunchRequest& request);
 
-  /// What a start without a link does: the program comes forward. It runs on a turn of its own; a request
-  /// that came before a handler was set is delivered then.
-  void setActivateHandler(std::function<void()> handler);
+  /// Whether there was a bus that answered.
+  [[nodiscard]] bool hasBus() const { return bus_ != nullptr; }
+
+  /// Takes the requests of other starts from now on, each on a turn of its own: links go to `links`, and
+  /// `activate` is called where a start only wants the program to come forward. A start hears that its
+  /// request was taken when it was delivered, not before: where this instance ends first, that start becomes
+  /// the next one. Called once, after claim(), while a QtApplication lives; the references must outlive this
+  /// object or the event loop's end.
+  void serve(Clock& clock, QtUrlEvents& links, std::function<void()> activate);
 
  private:
-  class BusChannel;
+  class Service;
+  struct BusCloser {
+    void operator()(sd_bus* bus) const;
+  };
 
-  void received(const LaunchRequest& request);
-  void scheduleActivation();
-
-  Clock& clock_;
-  QtUrlEvents& links_;
-  std::optional<QDBusConnection> bus_;
-  std::function<void()> activate_;
-  bool activationWaits_ = false;
-  std::shared_ptr<QtSingleInstance*> self_;
-  std::unique_ptr<BusChannel> busChannel_;
-  std::unique_ptr<QtSocketChannel> socketChannel_;
+  std::unique_ptr<sd_bus, BusCloser> bus_;
+  std::unique_ptr<Service> service_;
 };
 
 }  // namespace zunto

@@ -2,7 +2,6 @@
 
 #include <QCoreApplication>
 #include <QDBusArgument>
-#include <QDBusConnectionInterface>
 #include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -122,6 +121,15 @@ constexpr const char* itemDescription = R"xml(
   </interface>
 )xml";
 
+/// A call to the bus itself. Its answer, if any, is nobody's business: a bus may take its time.
+QDBusMessage busCall(const QString& method, const QVariantList& arguments) {
+  QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
+                                                     QStringLiteral("/org/freedesktop/DBus"),
+                                                     QStringLiteral("org.freedesktop.DBus"), method);
+  call.setArguments(arguments);
+  return call;
+}
+
 QDBusMessage watcherCall(const QString& interface, const QString& method, const QVariantList& arguments) {
   QDBusMessage call = QDBusMessage::createMethodCall(watcherName, watcherPath, interface, method);
   call.setAutoStartService(false);
@@ -144,7 +152,8 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
                               const QDBusConnection& from) { return answer(call, from); }}),
       watcherPresence_(watcherName, bus_, QDBusServiceWatcher::WatchForOwnerChange) {
   registerTypes();
-  if (bus_.isConnected()) bus_.registerService(serviceName_);
+  constexpr uint doNotQueue = 4;
+  bus_.send(busCall(QStringLiteral("RequestName"), {serviceName_, doNotQueue}));
   offerMenu();
   shownTitle_ = toQString(item_.buttonTitle());
   changes_ = item_.observe([this] { mirror(); });
@@ -160,7 +169,8 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
   hostNews_.setSingleShot(true);
   QObject::connect(&hostNews_, &QTimer::timeout, &replyContext_, [this] { askForHost(); });
   for (const char* news : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
-    bus_.connect(watcherName, watcherPath, watcherInterface, QString::fromLatin1(news), &hostNews_,
+    // Of any sender: for a named one Qt would wait until the bus has said who that is.
+    bus_.connect(QString(), watcherPath, watcherInterface, QString::fromLatin1(news), &hostNews_,
                  SLOT(start()));
   }
   // The end of the bus itself is news too: nobody is there to report the watcher's.
@@ -172,9 +182,8 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
 
 QtStatusNotifier::~QtStatusNotifier() {
   statusMenu_.setShownByDesktop(false);
-  // The watcher forgets the item when its name is gone. A bus that has gone first has forgotten the name, and
-  // must not be asked.
-  if (bus_.isConnected()) bus_.unregisterService(serviceName_);
+  // The watcher forgets the item when its name is gone.
+  bus_.send(busCall(QStringLiteral("ReleaseName"), {serviceName_}));
 }
 
 void QtStatusNotifier::announce() {

@@ -8,8 +8,8 @@ QtUrlEvents::QtUrlEvents(Clock& clock) : clock_(clock), self_(std::make_shared<Q
 
 QtUrlEvents::~QtUrlEvents() = default;
 
-void QtUrlEvents::deliver(std::string link) {
-  waiting_.push_back(std::move(link));
+void QtUrlEvents::deliver(std::string link, std::function<void()> delivered) {
+  waiting_.push_back({std::move(link), std::move(delivered)});
   if (handler_) scheduleDelivery();
 }
 
@@ -28,10 +28,11 @@ void QtUrlEvents::scheduleDelivery() {
 
 void QtUrlEvents::deliverFirst() {
   if (!handler_ || waiting_.empty()) return;
-  UrlEvent event{UrlEventObject{std::move(waiting_.front())}};
+  const Waiting next = std::move(waiting_.front());
   waiting_.pop_front();
   const Handler handler = handler_;
-  handler(event);
+  handler(UrlEvent{UrlEventObject{next.link}});
+  if (next.delivered) next.delivered();
 }
 
 }  // namespace zunto

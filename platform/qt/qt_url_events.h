@@ -4,6 +4,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -19,19 +20,25 @@ class QtUrlEvents final : public UrlEventSource {
   /// Links that are not delivered yet are dropped.
   ~QtUrlEvents() override;
 
-  /// Hands one link on, whatever its text, on a later turn; while no handler is set it waits for one.
-  void deliver(std::string link);
+  /// Hands one link on, whatever its text, on a later turn, and calls `delivered` then; while no handler is
+  /// set it waits for one.
+  void deliver(std::string link, std::function<void()> delivered = nullptr);
 
   void setHandler(Handler handler) override;
   void removeHandler() override;
 
  private:
+  struct Waiting {
+    std::string link;
+    std::function<void()> delivered;
+  };
+
   void scheduleDelivery();
   void deliverFirst();
 
   Clock& clock_;
   Handler handler_;
-  std::deque<std::string> waiting_;
+  std::deque<Waiting> waiting_;
   std::shared_ptr<QtUrlEvents*> self_;
 };
 

@@ -6,8 +6,8 @@
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
-#include <csignal>
-#include <memory>
+
+#include "tests/qt/send_signal.h"
 
 namespace zunto::testing {
 
@@ -35,7 +35,7 @@ class Instance {
   [[nodiscard]] int exitCode() const {
     return process_.exitStatus() == QProcess::NormalExit ? process_.exitCode() : -1;
   }
-  void signal(int number) const { ::kill(static_cast<pid_t>(process_.processId()), number); }
+  void signal(int number) const { sendSignal(process_, number); }
 
  private:
   QProcess process_;

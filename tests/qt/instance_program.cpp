@@ -3,6 +3,7 @@
 #include <csignal>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "platform/qt/qt_application.h"
 #include "platform/qt/qt_clock.h"
@@ -34,19 +35,23 @@ class Teller final : public zunto::ApplicationDelegate {
 
 int main(int argc, char** argv) {
   using namespace zunto;
-  QtApplication application(argc, argv);
-  QtClock clock;
-  QtUrlEvents links(clock);
-  QtSingleInstance instance(clock, links, connectToSessionBus());
-  const auto role = instance.claim({application.linkArgument(), application.activationToken()});
+  QtSingleInstance instance;
+  const LaunchRequest request = readLaunchRequest(argc, argv);
+  const QtSingleInstance::Role role = instance.claim(request);
   if (role == QtSingleInstance::Role::handedOver) {
     say("handedOver");
     return 0;
   }
-  say("first");
+  say(role == QtSingleInstance::Role::first ? "first" : "alone");
+  QtSessionBus sessionBus(instance.hasBus());
+  QtApplication application(argc, argv);
+  const std::optional<QDBusConnection> bus = sessionBus.connect();
+  QtClock clock;
+  QtUrlEvents links(clock);
   const auto delegate = std::make_shared<Teller>(links);
   application.setDelegate(delegate);
-  instance.setActivateHandler([] { say("activate"); });
+  if (request.link) links.deliver(*request.link);
+  instance.serve(clock, links, [] { say("activate"); });
   application.run();
   say("ended");
   return 0;

@@ -7,7 +7,10 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <csignal>
 #include <stdexcept>
+
+#include "tests/qt/send_signal.h"
 
 namespace zunto::testing {
 
@@ -25,6 +28,7 @@ class PrivateBus {
   PrivateBus& operator=(const PrivateBus&) = delete;
   ~PrivateBus() {
     for (const QString& name : names_) QDBusConnection::disconnectFromBus(name);
+    sendSignal(daemon_, SIGCONT);
     daemon_.terminate();
     daemon_.waitForFinished();
   }
@@ -38,6 +42,9 @@ class PrivateBus {
     names_.append(QStringLiteral("connection-%1").arg(++count));
     return QDBusConnection::connectToBus(address_, names_.back());
   }
+
+  /// Lets the bus stand and answer nobody any more.
+  void hang() const { sendSignal(daemon_, SIGSTOP); }
 
   /// Ends the bus while it is in use.
   void stop() {

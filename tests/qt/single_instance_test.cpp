@@ -1,18 +1,18 @@
 #include "platform/qt/qt_single_instance.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QDir>
+#include <QDBusPendingCall>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <algorithm>
 #include <memory>
-#include <ostream>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "tests/qt/instance.h"
 #include "tests/qt/private_bus.h"
@@ -21,20 +21,11 @@
 namespace zunto::testing {
 namespace {
 
-/// Where the instances of a test meet.
-enum class Meeting { bus, socket };
-
-/// The name by which test reports call it.
-void PrintTo(Meeting meeting, std::ostream* out) { *out << (meeting == Meeting::bus ? "bus" : "socket"); }
-
 class Instances : public QtTest {
  protected:
-  explicit Instances(Meeting meeting = Meeting::bus) {
+  Instances() {
     environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), folder.path());
-    if (meeting == Meeting::bus) {
-      bus = std::make_unique<PrivateBus>();
-      environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus->address());
-    }
+    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus.address());
   }
 
   std::unique_ptr<Instance> start(const QStringList& arguments = {}) const {
@@ -53,26 +44,46 @@ class Instances : public QtTest {
     EXPECT_EQ(second->exitCode(), 0);
   }
 
+  /// Starts another one and expects that it stands alone and lives.
+  std::unique_ptr<Instance> startAlone() {
+    auto alone = startFirst();
+    EXPECT_EQ(alone->said(), (QStringList{QStringLiteral("alone"), QStringLiteral("launched")}));
+    return alone;
+  }
+  QDBusMessage message(const QString& method, const QVariantList& arguments) const {
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        QString::fromLatin1(QtSingleInstance::busName), QString::fromLatin1(QtSingleInstance::objectPath),
+        QStringLiteral("org.freedesktop.Application"), method);
+    message.setArguments(arguments);
+    return message;
+  }
+  QDBusMessage call(const QString& method, const QVariantList& arguments) {
+    return bus.connect().call(message(method, arguments));
+  }
+
+  static QElapsedTimer started() {
+    QElapsedTimer timer;
+    timer.start();
+    return timer;
+  }
+  /// For another process to get where it waits.
+  static void waitSomeTime() {
+    const QDeadlineTimer end(500);
+    runUntil([&end] { return end.hasExpired(); });
+  }
+
   QTemporaryDir folder;
   QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-  std::unique_ptr<PrivateBus> bus;
+  PrivateBus bus;
 };
 
-class EveryMeeting : public Instances, public ::testing::WithParamInterface<Meeting> {
- protected:
-  EveryMeeting() : Instances(GetParam()) {}
-};
-
-INSTANTIATE_TEST_SUITE_P(Instances, EveryMeeting, ::testing::Values(Meeting::bus, Meeting::socket),
-                         [](const auto& tested) { return tested.param == Meeting::bus ? "Bus" : "Socket"; });
-
-TEST_P(EveryMeeting, SecondStartAsksTheFirstToComeForwardAndEnds) {
+TEST_F(Instances, SecondStartAsksTheFirstToComeForwardAndEnds) {
   const auto first = startFirst();
   handOver();
   EXPECT_TRUE(runUntil([&first] { return first->hasSaid("activate"); }));
 }
 
-TEST_P(EveryMeeting, SecondStartHandsItsLinkOver) {
+TEST_F(Instances, SecondStartHandsItsLinkOver) {
   const auto first = startFirst();
   const QString link = QString::fromUtf8("zunto-helper://open?url=https%3A%2F%2Fmedia.example%2F?ü=●");
   handOver({link});
@@ -81,20 +92,20 @@ TEST_P(EveryMeeting, SecondStartHandsItsLinkOver) {
   EXPECT_FALSE(first->hasSaid("activate"));
 }
 
-TEST_P(EveryMeeting, HandsOverALinkOfAHundredKilobytes) {
+TEST_F(Instances, HandsOverALinkOfAHundredKilobytes) {
   const auto first = startFirst();
   const QString link = QStringLiteral("zunto-helper:?url=") + QString(100'000, QLatin1Char('a'));
   handOver({link});
   EXPECT_TRUE(runUntil([&] { return !first->said().filter(QStringLiteral("link 100018 ")).isEmpty(); }));
 }
 
-TEST_P(EveryMeeting, HandsOverAnEmptyLinkAsALink) {
+TEST_F(Instances, HandsOverAnEmptyLinkAsALink) {
   const auto first = startFirst();
   handOver({QString()});
   EXPECT_TRUE(runUntil([&first] { return first->hasSaid("link 0 "); }));
 }
 
-TEST_P(EveryMeeting, LinkOfAColdStartFollowsTheLaunch) {
+TEST_F(Instances, LinkOfAColdStartFollowsTheLaunch) {
   const auto first = start({QStringLiteral("zunto-helper:")});
   ASSERT_TRUE(runUntil([&first] { return first->hasSaid("link 13 zunto-helper:"); }));
   const QStringList expected{QStringLiteral("first"), QStringLiteral("launched"),
@@ -102,7 +113,7 @@ TEST_P(EveryMeeting, LinkOfAColdStartFollowsTheLaunch) {
   EXPECT_EQ(first->said(), expected);
 }
 
-TEST_P(EveryMeeting, AStartAfterAKilledInstanceIsTheFirst) {
+TEST_F(Instances, AStartAfterAKilledInstanceIsTheFirst) {
   auto killed = startFirst();
   killed->signal(SIGKILL);
   ASSERT_TRUE(runUntil([&killed] { return killed->hasEnded(); }));
@@ -111,7 +122,7 @@ TEST_P(EveryMeeting, AStartAfterAKilledInstanceIsTheFirst) {
   handOver();
 }
 
-TEST_P(EveryMeeting, StartsAtTheSameTimeYieldOneInstance) {
+TEST_F(Instances, StartsAtTheSameTimeYieldOneInstance) {
   std::vector<std::unique_ptr<Instance>> started;
   for (int i = 0; i < 4; ++i) started.push_back(start());
   const auto count = [&started](const char* what) {
@@ -121,7 +132,7 @@ TEST_P(EveryMeeting, StartsAtTheSameTimeYieldOneInstance) {
   EXPECT_EQ(count("first"), 1);
 }
 
-TEST_P(EveryMeeting, AnInstanceThatEndsGivesItsPlaceUp) {
+TEST_F(Instances, AnInstanceThatEndsGivesItsPlaceUp) {
   const auto first = startFirst();
   first->signal(SIGTERM);
   ASSERT_TRUE(runUntil([&first] { return first->hasEnded(); }));
@@ -129,71 +140,121 @@ TEST_P(EveryMeeting, AnInstanceThatEndsGivesItsPlaceUp) {
   EXPECT_TRUE(startFirst()->hasSaid("first"));
 }
 
-class OnTheSocket : public Instances {
- protected:
-  OnTheSocket() : Instances(Meeting::socket) {}
-};
-
-TEST_F(OnTheSocket, InstancesOfAnotherDisplayStayApart) {
-  const auto first = startFirst();
-  environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":12345"));
-  EXPECT_TRUE(startFirst()->hasSaid("first"));
+TEST_F(Instances, WithoutABusEveryStartStandsAlone) {
+  environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+  const auto one = startAlone();
+  const auto other = startAlone();
 }
 
-TEST_F(OnTheSocket, FolderIsTheUsersAlone) {
-  const auto first = startFirst();
-  struct stat state {};
-  ASSERT_EQ(stat((folder.path() + QLatin1String("/zunto-helper")).toUtf8().constData(), &state), 0);
-  EXPECT_EQ(state.st_mode & 0777U, 0700U);
-}
-
-TEST_F(OnTheSocket, AFolderThatOthersMayEnterIsNotUsed) {
-  const QByteArray path = (folder.path() + QLatin1String("/zunto-helper")).toUtf8();
-  ASSERT_EQ(mkdir(path.constData(), 0777), 0);
-  ASSERT_EQ(chmod(path.constData(), 0777), 0);
-  const auto alone = startFirst();
-  EXPECT_TRUE(alone->hasSaid("first"));
-  EXPECT_TRUE(QDir(QString::fromUtf8(path)).isEmpty());
-}
-
-TEST_F(OnTheSocket, WithoutARuntimeFolderTheTemporaryFolderServes) {
-  environment.remove(QStringLiteral("XDG_RUNTIME_DIR"));
-  environment.insert(QStringLiteral("TMPDIR"), folder.path());
-  const auto first = startFirst();
-  handOver();
-  EXPECT_TRUE(runUntil([&first] { return first->hasSaid("activate"); }));
-}
-
-TEST_F(OnTheSocket, AVeryLongRuntimeFolderServesToo) {
-  const QString deep = folder.path() + QLatin1Char('/') + QString(200, QLatin1Char('d'));
-  ASSERT_TRUE(QDir().mkpath(deep));
-  environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), deep);
-  const auto first = startFirst();
-  handOver();
-  EXPECT_TRUE(runUntil([&first] { return first->hasSaid("activate"); }));
-}
-
-TEST_F(OnTheSocket, ServesWhereTheNamedBusIsGone) {
+TEST_F(Instances, AStartWhoseBusIsGoneStandsAlone) {
   environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
                      QStringLiteral("unix:path=%1/nothing").arg(folder.path()));
-  const auto first = startFirst();
-  handOver();
-  EXPECT_TRUE(runUntil([&first] { return first->hasSaid("activate"); }));
+  startAlone();
 }
 
-class OnTheBus : public Instances {
- protected:
-  QDBusMessage call(const QString& method, const QVariantList& arguments) {
-    auto connection = bus->connect();
-    QDBusMessage message = QDBusMessage::createMethodCall(
-        QString::fromLatin1(QtSingleInstance::busName), QString::fromLatin1(QtSingleInstance::objectPath),
-        QStringLiteral("org.freedesktop.Application"), method);
-    message.setArguments(arguments);
-    return connection.call(message);
-  }
-};
+TEST_F(Instances, MeetAtTheBusInTheRuntimeFolderWhereNoAddressNamesOne) {
+  const QString path = bus.address().section(QLatin1Char('='), 1).section(QLatin1Char(','), 0, 0);
+  ASSERT_TRUE(QFile::link(path, folder.filePath(QStringLiteral("bus"))));
+  environment.remove(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"));
+  const auto first = startFirst();
+  handOver();
+}
 
-TEST_F(OnTheBus, AnswersTheDesktopsCalls) {
+TEST_F(Instances, AStartWhoseBusHangsStandsAloneAfterTwoSeconds) {
+  const auto first = startFirst();
+  bus.hang();
+  const QElapsedTimer timer = started();
+  const auto second = startAlone();
+  EXPECT_GT(timer.elapsed(), 1900);
+  EXPECT_LT(timer.elapsed(), 5000);
+}
+
+TEST_F(Instances, SigtermEndsAStartWhoseBusHangs) {
+  bus.hang();
+  const auto start = this->start();
+  waitSomeTime();
+  start->signal(SIGTERM);
+  const QElapsedTimer timer = started();
+  ASSERT_TRUE(runUntil([&start] { return start->hasEnded(); }));
+  EXPECT_LT(timer.elapsed(), 1000);
+}
+
+TEST_F(Instances, AHandOverWhoseBusGoesAwayStandsAlone) {
+  const auto first = startFirst();
+  first->signal(SIGSTOP);  // so that it does not answer
+  const auto second = start();
+  waitSomeTime();
+  bus.stop();
+  EXPECT_TRUE(runUntil([&second] { return second->hasSaid("launched"); }));
+  EXPECT_TRUE(second->hasSaid("alone"));
+}
+
+TEST_F(Instances, AHandOverWhoseBusBeginsToHangStandsAlone) {
+  const auto first = startFirst();
+  first->signal(SIGSTOP);
+  const auto second = start();
+  waitSomeTime();
+  bus.hang();
+  EXPECT_TRUE(runUntil([&second] { return second->hasSaid("launched"); }));
+  EXPECT_TRUE(second->hasSaid("alone"));
+}
+
+TEST_F(Instances, AnInstanceThatIsBusyHasTheRequestAllTheSame) {
+  const auto first = startFirst();
+  first->signal(SIGSTOP);
+  handOver({QStringLiteral("zunto-helper:a")});
+  first->signal(SIGCONT);
+  EXPECT_TRUE(runUntil([&first] { return first->hasSaid("link 14 zunto-helper:a"); }));
+}
+
+TEST_F(Instances, AStartIsTheNextOneWhenTheInstanceEndsInsteadOfTakingTheRequest) {
+  const auto first = startFirst();
+  first->signal(SIGSTOP);
+  const auto second = start({QStringLiteral("zunto-helper:a")});
+  waitSomeTime();
+  first->signal(SIGKILL);
+  EXPECT_TRUE(runUntil([&second] { return second->hasSaid("link 14 zunto-helper:a"); }));
+  EXPECT_TRUE(second->hasSaid("first"));
+}
+
+TEST_F(Instances, AnInstanceThatHasTerminatedTakesNoRequest) {
+  qputenv("DBUS_SESSION_BUS_ADDRESS", bus.address().toUtf8());
+  auto instance = std::make_unique<QtSingleInstance>();
+  ASSERT_EQ(instance->claim({}), QtSingleInstance::Role::first);
+  qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+  QtUrlEvents links(clock);
+  int activations = 0;
+  instance->serve(clock, links, [&activations] { ++activations; });
+  QDBusConnection desktop = bus.connect();
+  const QDBusPendingCall taken = desktop.asyncCall(message(QStringLiteral("Activate"), {QVariantMap()}));
+  ASSERT_TRUE(runUntil([&taken] { return taken.isFinished(); }));
+  EXPECT_FALSE(taken.isError());
+  EXPECT_EQ(activations, 1);
+
+  application.terminate();
+  const QDBusPendingCall late = desktop.asyncCall(message(QStringLiteral("Activate"), {QVariantMap()}));
+  waitSomeTime();
+  EXPECT_FALSE(late.isFinished());
+  instance.reset();
+  ASSERT_TRUE(runUntil([&late] { return late.isFinished(); }));
+  EXPECT_TRUE(late.isError());
+  EXPECT_EQ(activations, 1);
+}
+
+TEST(LaunchRequests, TheLinkIsTheFirstArgumentThatBelongsToNoOption) {
+  const auto linkOf = [](std::vector<const char*> arguments) {
+    arguments.insert(arguments.begin(), "zunto-helper");
+    return readLaunchRequest(static_cast<int>(arguments.size()), arguments.data()).link;
+  };
+  EXPECT_EQ(linkOf({}), std::nullopt);
+  EXPECT_EQ(linkOf({"zunto-helper:a", "zunto-helper:b"}), "zunto-helper:a");
+  EXPECT_EQ(linkOf({"-platform", "offscreen"}), std::nullopt);
+  EXPECT_EQ(linkOf({"-platform", "offscreen", "zunto-helper:a"}), "zunto-helper:a");
+  EXPECT_EQ(linkOf({"https://\xff"}), "https://\xff");
+  EXPECT_EQ(linkOf({""}), "");
+}
+
+TEST_F(Instances, AnswersTheDesktopsCalls) {
   const auto first = startFirst();
   const QVariantMap data{{QStringLiteral("activation-token"), QStringLiteral("token")}};
   EXPECT_EQ(call(QStringLiteral("Activate"), {data}).type(), QDBusMessage::ReplyMessage);
@@ -204,7 +265,7 @@ TEST_F(OnTheBus, AnswersTheDesktopsCalls) {
   EXPECT_TRUE(first->hasSaid("link 14 zunto-helper:a"));
 }
 
-TEST_F(OnTheBus, RefusesACallOfAnotherShape) {
+TEST_F(Instances, RefusesACallOfAnotherShape) {
   const auto first = startFirst();
   EXPECT_EQ(call(QStringLiteral("Open"), {QStringLiteral("zunto-helper:")}).type(),
             QDBusMessage::ErrorMessage);
