@@ -1,6 +1,9 @@
 #include "app/entry.h"
 
+#include <exception>
 #include <utility>
+
+#include "async/fatal.h"
 
 namespace zunto {
 
@@ -31,12 +34,32 @@ std::shared_ptr<HelperDelegate> makeHelperDelegate(FixedAddresses addresses, con
   return std::make_shared<HelperDelegate>(std::move(addresses), forDelegate, std::move(makeWindow));
 }
 
-int runHelper(ApplicationLoop& application, const DelegateFactory& makeDelegate) {
-  const std::shared_ptr<HelperDelegate> delegate = makeDelegate(fixedAddresses());
+// The one that keeps it is this function: NOLINTNEXTLINE(performance-unnecessary-value-param)
+int runHelper(ApplicationLoop& application, std::shared_ptr<HelperDelegate> delegate) {
   application.setDelegate(delegate);
   application.setActivationPolicy(ActivationPolicy::regular);
   application.run();
   return 0;
+}
+
+namespace {
+
+int runWith(FixedAddresses addresses, const PlatformMain& platformMain) {
+  try {
+    return platformMain(std::move(addresses));
+  } catch (const std::exception& error) {
+    fatalError(error.what());
+  } catch (...) {
+    fatalError("something was thrown that is no error");
+  }
+}
+
+}  // namespace
+
+int runProgram(const PlatformMain& platformMain) { return runWith(fixedAddresses(), platformMain); }
+
+int runProgram(const PlatformMain& platformMain, std::string_view webPageHost) {
+  return runWith(fixedAddresses(webPageHost), platformMain);
 }
 
 }  // namespace zunto

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <string_view>
 
 #include "app/helper_delegate.h"
 #include "async/executor.h"
@@ -45,10 +46,20 @@ struct Backends {
 [[nodiscard]] std::shared_ptr<HelperDelegate> makeHelperDelegate(FixedAddresses addresses,
                                                                  const Backends& backends);
 
-using DelegateFactory = std::function<std::shared_ptr<HelperDelegate>(FixedAddresses)>;
+/// Makes `delegate` the application's, keeps it while the event loop runs, which is until the application
+/// terminates, and answers the program's exit status: 0. Main thread.
+[[nodiscard]] int runHelper(ApplicationLoop& application, std::shared_ptr<HelperDelegate> delegate);
 
-/// Parses the fixed addresses, makes the one delegate, runs the event loop until the application terminates,
-/// and answers the program's exit status: 0. Main thread.
-[[nodiscard]] int runHelper(ApplicationLoop& application, const DelegateFactory& makeDelegate);
+/// What differs from platform to platform: builds the backends, runs the helper on them and answers the exit
+/// status.
+using PlatformMain = std::function<int(FixedAddresses)>;
+
+/// The whole program: parses the fixed addresses before anything of the platform stands, and answers what
+/// `platformMain` answers. An address that does not parse, and whatever `platformMain` throws, is a fatal
+/// error. Main thread.
+[[nodiscard]] int runProgram(const PlatformMain& platformMain);
+
+/// With another web host than the build was configured with.
+[[nodiscard]] int runProgram(const PlatformMain& platformMain, std::string_view webPageHost);
 
 }  // namespace zunto

@@ -4,11 +4,13 @@
 #include <utility>
 
 #include "app/entry.h"
-#include "platform/curl/curl_http_session.h"
+#include "platform/beast/beast_http_session.h"
+#include "platform/posix/ending_signals.h"
 #include "platform/posix/posix_command_runner.h"
 #include "platform/posix/posix_file_system.h"
 #include "platform/posix/posix_host_environment.h"
 #include "platform/posix/posix_process_spawner.h"
+#include "platform/posix/proxy_exemption.h"
 #include "platform/qt/qt_application.h"
 #include "platform/qt/qt_clock.h"
 #include "platform/qt/qt_desktop.h"
@@ -19,24 +21,27 @@
 #include "platform/qt/qt_url_events.h"
 #include "platform/qt/qt_window_system.h"
 
-int main(int argc, char** argv) {
-  using namespace zunto;
+namespace {
 
-  QtApplication application(argc, argv);
-  QtClock clock;
-  const std::optional<QDBusConnection> bus = connectToSessionBus();
-  QtUrlEvents urlEvents(clock);
-  QtSingleInstance instance(clock, urlEvents, bus);
-  const LaunchRequest request{.link = application.linkArgument(),
-                              .activationToken = application.activationToken()};
+using namespace zunto;
+
+int runOnQt(int argc, char** argv, FixedAddresses addresses) {
+  exemptFromProxies("127.0.0.1");
+  QtSingleInstance instance;
+  const LaunchRequest request = readLaunchRequest(argc, argv);
   if (instance.claim(request) == QtSingleInstance::Role::handedOver) return 0;
 
+  QtSessionBus sessionBus(instance.hasBus());
+  QtApplication application(argc, argv);
+  const std::optional<QDBusConnection> bus = sessionBus.connect();
+  QtClock clock;
+  QtUrlEvents urlEvents(clock);
   const PosixHostEnvironment host(findExecutableFolder());
   PosixProcessSpawner processSpawner(clock);
   PosixCommandRunner commandRunner;
   PosixFileSystem fileSystem;
   PosixOutputFileOpener outputFiles;
-  CurlHttpSession httpSession(clock);
+  BeastHttpSession httpSession(clock);
   QtStatusBar statusBar(bus);
   QtWindowSystem windowSystem(statusBar.statusMenu());
   QtDialogs dialogs(clock);
@@ -62,11 +67,19 @@ int main(int argc, char** argv) {
                           .pasteboard = pasteboard,
                           .beeper = beeper,
                           .workspace = workspace};
-  return runHelper(application, [&](FixedAddresses addresses) {
-    auto delegate = makeHelperDelegate(std::move(addresses), backends);
-    instance.setActivateHandler([weak = std::weak_ptr(delegate)] {
-      if (const auto running = weak.lock()) running->openDownloader();
-    });
-    return delegate;
+  std::shared_ptr<HelperDelegate> delegate = makeHelperDelegate(std::move(addresses), backends);
+  // The window comes up by itself at a start; only a link has to follow it.
+  if (request.link) urlEvents.deliver(*request.link);
+  instance.serve(clock, urlEvents, [weak = std::weak_ptr(delegate)] {
+    if (const auto running = weak.lock()) running->openDownloader();
   });
+  return runHelper(application, std::move(delegate));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  unblockEndingSignals();
+  return runProgram(
+      [argc, argv](FixedAddresses addresses) { return runOnQt(argc, argv, std::move(addresses)); });
 }

@@ -15,10 +15,12 @@
 #include "platform/appkit/app_kit_url_events.h"
 #include "platform/appkit/app_kit_window_system.h"
 #include "platform/appkit/app_kit_workspace.h"
-#include "platform/curl/curl_http_session.h"
+#include "platform/beast/beast_http_session.h"
+#include "platform/posix/ending_signals.h"
 #include "platform/posix/posix_command_runner.h"
 #include "platform/posix/posix_file_system.h"
 #include "platform/posix/posix_process_spawner.h"
+#include "platform/posix/proxy_exemption.h"
 
 namespace {
 
@@ -34,7 +36,7 @@ struct Program {
   PosixCommandRunner commandRunner;
   PosixFileSystem fileSystem;
   PosixOutputFileOpener outputFiles;
-  CurlHttpSession httpSession{clock};
+  BeastHttpSession httpSession{clock};
   AppKitStatusBar statusBar;
   AppKitWindowSystem windowSystem;
   AppKitAlertPresenter alerts{clock};
@@ -65,16 +67,20 @@ struct Program {
   }
 };
 
+int runOnAppKit(FixedAddresses addresses) {
+  exemptFromProxies("127.0.0.1");
+  auto program = std::make_unique<Program>();
+  AppKitApplication& application = program->application;
+  // The system ends the process inside the run loop, so nothing that stands here would be put away.
+  application.setDidTerminate([&program] { program.reset(); });
+  return runHelper(application, program->makeDelegate(std::move(addresses)));
+}
+
 }  // namespace
 
 int main() {
+  unblockEndingSignals();
   @autoreleasepool {
-    auto program = std::make_unique<Program>();
-    AppKitApplication& application = program->application;
-    // The system ends the process inside the run loop, so nothing that stands here would be put away.
-    application.setDidTerminate([&program] { program.reset(); });
-    return runHelper(application, [&program](FixedAddresses addresses) {
-      return program->makeDelegate(std::move(addresses));
-    });
+    return runProgram(runOnAppKit);
   }
 }

@@ -23,7 +23,7 @@ class HostEnvironment : public Interface {
   /// The user's folder for temporary files (absolute, without a trailing separator).
   [[nodiscard]] virtual std::filesystem::path temporaryFolder() const = 0;
 
-  /// The environment variables that this program was started with.
+  /// The environment variables that this program was started with, and what its entry has made of them.
   [[nodiscard]] virtual std::map<std::string, std::string> environment() const = 0;
 
   /// This program's process identifier.

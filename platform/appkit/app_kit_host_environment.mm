@@ -3,6 +3,7 @@
 #import <Cocoa/Cocoa.h>
 
 #import "platform/appkit/text.h"
+#include "platform/posix/posix_host_environment.h"
 
 namespace zunto {
 namespace {
@@ -26,14 +27,8 @@ std::filesystem::path AppKitHostEnvironment::temporaryFolder() const {
   return pathOf([[NSFileManager defaultManager] temporaryDirectory]);
 }
 
-std::map<std::string, std::string> AppKitHostEnvironment::environment() const {
-  NSDictionary<NSString*, NSString*>* variables = [[NSProcessInfo processInfo] environment];
-  std::map<std::string, std::string> environment;
-  for (NSString* name in variables) {
-    environment.insert_or_assign(toUtf8(name), toUtf8([variables objectForKey:name]));
-  }
-  return environment;
-}
+// The process information answers what the program was launched with, without what its entry has set since.
+std::map<std::string, std::string> AppKitHostEnvironment::environment() const { return readEnvironment(); }
 
 int AppKitHostEnvironment::processIdentifier() const {
   return [[NSProcessInfo processInfo] processIdentifier];

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "async/main_thread.h"
 #import "platform/appkit/retained.h"
@@ -149,6 +150,11 @@ class AppKitWindowView final : public WindowView {
       [[inner bottomAnchor] constraintLessThanOrEqualToAnchor:[outer bottomAnchor]
                                                      constant:-insets.minimumBottom],
     ]];
+    const std::vector<NSView*> column = content_->column();
+    for (NSView* view : column) {
+      if (view == column.front()) continue;
+      [[[view widthAnchor] constraintEqualToAnchor:[column.front() widthAnchor]] setActive:YES];
+    }
   }
 
   void mirror() {

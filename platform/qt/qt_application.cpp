@@ -6,13 +6,16 @@
 #include <QApplication>
 #include <QEvent>
 #include <QIcon>
+#include <QSemaphore>
 #include <QSocketNotifier>
+#include <QThread>
 #include <QWidget>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -35,11 +38,6 @@ extern "C" void noteSignal(int) {
   // A full pipe has notes enough.
   [[maybe_unused]] const ssize_t written = write(signalPipe.load(), &note, 1);
   errno = keptError;
-}
-
-std::string startupToken() {
-  const QByteArray token = qgetenv("XDG_ACTIVATION_TOKEN");
-  return (token.isEmpty() ? qgetenv("DESKTOP_STARTUP_ID") : token).toStdString();
 }
 
 }  // namespace
@@ -86,6 +84,25 @@ class QtApplication::SignalTurns {
   std::unique_ptr<QSocketNotifier> notifier_;
 };
 
+/// Qt ends the program by _exit() when the Wayland compositor is gone: nothing of the program runs any more.
+/// It says so before, on whichever of its threads has noticed, and that is where the delegate is told.
+class QtApplication::CompositorWatch {
+ public:
+  CompositorWatch() { earlier = qInstallMessageHandler(listen); }
+  CompositorWatch(const CompositorWatch&) = delete;
+  CompositorWatch& operator=(const CompositorWatch&) = delete;
+  ~CompositorWatch() { qInstallMessageHandler(earlier); }
+
+ private:
+  static void listen(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    earlier.load()(type, context, message);
+    if (message.startsWith(QLatin1String("The Wayland connection "))) tell();
+  }
+  static void tell();
+
+  inline static std::atomic<QtMessageHandler> earlier{};
+};
+
 class QtApplication::Native final : public QApplication {
  public:
   Native(QtApplication& owner, int& argc, char** argv) : QApplication(argc, argv), owner_(owner) {}
@@ -115,25 +132,41 @@ class QtApplication::Native final : public QApplication {
   QtApplication& owner_;
 };
 
-QtApplication::QtApplication(int argc, char** argv)
-    : activationToken_(startupToken()), argc_(argc), argv_(argv) {
+void QtApplication::CompositorWatch::tell() {
+  QtApplication* application = Native::running();
+  if (application == nullptr) return;
+  if (QThread::currentThread() == application->native_->thread()) {
+    application->endDelegate();
+    return;
+  }
+  // This thread is about to end the program. It waits for the main one, but not for a main one that is stuck.
+  constexpr int patienceInMilliseconds = 2000;
+  const auto told = std::make_shared<QSemaphore>();
+  QMetaObject::invokeMethod(
+      application->native_.get(),
+      [application, told] {
+        application->endDelegate();
+        told->release();
+      },
+      Qt::QueuedConnection);
+  told->tryAcquire(1, patienceInMilliseconds);
+}
+
+QtApplication::QtApplication(int argc, char** argv) : argc_(argc), argv_(argv) {
   QCoreApplication::setApplicationName(QStringLiteral("ZUNTO Helper"));
   QGuiApplication::setDesktopFileName(QStringLiteral("zunto-helper"));
   // Neither the last window nor the last job of the desktop's libraries ends the program.
   QGuiApplication::setQuitOnLastWindowClosed(false);
   QCoreApplication::setQuitLockEnabled(false);
+  // A menu bar stays in its window: it is there where the desktop's own would hide it. Asking whether there
+  // is one would wait for the bus, too.
+  QCoreApplication::setAttribute(Qt::AA_DontUseNativeMenuBar);
   native_ = std::make_unique<Native>(*this, argc_, argv_);
   QGuiApplication::setWindowIcon(makeStatusIcon(StatusMark::none));
   nameQtPopUpsForScreenReaders();
-  signals_ = std::make_unique<SignalTurns>([this] { terminate(); });
 }
 
 QtApplication::~QtApplication() = default;
-
-std::optional<std::string> QtApplication::linkArgument() const {
-  if (argc_ < 2) return std::nullopt;
-  return std::string(argv_[1]);
-}
 
 void QtApplication::activateIgnoringOtherApps() {
   for (QWidget* window : QApplication::topLevelWidgets()) {
@@ -177,6 +210,8 @@ void QtApplication::setActivationPolicy(ActivationPolicy) {
 
 void QtApplication::run() {
   if (terminated_) return;
+  signals_ = std::make_unique<SignalTurns>([this] { terminate(); });
+  compositor_ = std::make_unique<CompositorWatch>();
   QMetaObject::invokeMethod(
       native_.get(), [this] { finishLaunching(); }, Qt::QueuedConnection);
   QCoreApplication::exec();

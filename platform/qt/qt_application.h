@@ -5,8 +5,6 @@
 #pragma once
 
 #include <memory>
-#include <optional>
-#include <string>
 
 #include "platform/application.h"
 
@@ -14,19 +12,12 @@ namespace zunto {
 
 class QtApplication final : public Application, public ApplicationLoop {
  public:
-  /// Connects to the display (and ends the program with Qt's message where there is none), names the program
-  /// and takes over SIGTERM, SIGINT and SIGHUP, of which one that is ignored stays ignored. `argc` and `argv`
-  /// are those of main(); they stay in use, and Qt takes its own options out of them.
+  /// Connects to the display (and ends the program with Qt's message where there is none) and names the
+  /// program. `argc` and `argv` are those of main(); they stay in use, and Qt takes its own options out of
+  /// them.
   QtApplication(int argc, char** argv);
   /// Puts the signals' earlier dispositions back.
   ~QtApplication() override;
-
-  /// The first argument that was not meant for Qt, its bytes untouched; none without one.
-  [[nodiscard]] std::optional<std::string> linkArgument() const;
-
-  /// What the desktop gave this start so that it may take the focus; empty without one. It was read before Qt
-  /// takes it out of the environment.
-  [[nodiscard]] const std::string& activationToken() const { return activationToken_; }
 
   void activateIgnoringOtherApps() override;
   void terminate() override;
@@ -38,24 +29,26 @@ class QtApplication final : public Application, public ApplicationLoop {
   void setDelegate(std::weak_ptr<ApplicationDelegate> delegate) override;
   void setActivationPolicy(ActivationPolicy policy) override;
 
-  /// Calls applicationDidFinishLaunching() on the first turn. Returns at once when the application was
-  /// terminated before.
+  /// Calls applicationDidFinishLaunching() on the first turn. From here to the end SIGTERM, SIGINT and SIGHUP
+  /// terminate the application, but for one that is ignored, which stays so; before, nothing stands yet that
+  /// would have to be told. Returns at once when the application was terminated before.
   void run() override;
 
  private:
   class Native;
   class SignalTurns;
+  class CompositorWatch;
 
   void finishLaunching();
   void endDelegate();
 
-  std::string activationToken_;
   int argc_;
   char** argv_;
   std::weak_ptr<ApplicationDelegate> delegate_;
   bool terminated_ = false;
   std::unique_ptr<Native> native_;
   std::unique_ptr<SignalTurns> signals_;
+  std::unique_ptr<CompositorWatch> compositor_;
 };
 
 }  // namespace zunto

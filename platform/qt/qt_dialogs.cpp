@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileDialog>
 #include <QFont>
+#include <QFontMetrics>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPointer>
@@ -30,8 +31,11 @@ QWidget* frontWindow() {
   return nullptr;
 }
 
-void bringToFront(QDialog& dialog) {
-  dialog.open();
+/// Blocks every window of the program, also one that is shown later. QDialog::open() would block no more than
+/// the dialog's parent, which it need not have.
+void runModal(QDialog& dialog) {
+  dialog.setWindowModality(Qt::ApplicationModal);
+  dialog.show();
   dialog.raise();
   dialog.activateWindow();
 }
@@ -125,7 +129,6 @@ std::unique_ptr<QMessageBox> makeMessageBox(const Alert& alert) {
     font.setBold(true);
     title->setFont(font);
   }
-  box->setWindowModality(Qt::ApplicationModal);
   return box;
 }
 
@@ -155,7 +158,7 @@ void QtDialogs::showAlert(const Alert& alert, std::function<void(std::size_t but
   };
   QObject::connect(&box, &QDialog::finished, &box, finish);
   QObject::connect(&box, &QObject::destroyed, [answer] { answer->give(0); });
-  bringToFront(box);
+  runModal(box);
 }
 
 namespace {
@@ -167,16 +170,25 @@ std::filesystem::path downloadsFolder() {
                              : asPath(QStandardPaths::writableLocation(QStandardPaths::HomeLocation));
 }
 
+/// So wide that the desktop's frame, of which the font is unknown here, can show the whole title between its
+/// icon and its buttons.
+int widthOfTitle(const QDialog& dialog) {
+  constexpr int iconAndButtons = 160;
+  QFont font = dialog.font();
+  font.setBold(true);
+  return QFontMetrics(font).horizontalAdvance(dialog.windowTitle()) + iconAndButtons;
+}
+
 std::unique_ptr<QFileDialog> makeFileDialog(const SavePanel& panel, const std::filesystem::path& folder) {
   auto dialog = std::make_unique<QFileDialog>(frontWindow());
   dialog->setAcceptMode(QFileDialog::AcceptSave);
   dialog->setFileMode(QFileDialog::AnyFile);
   dialog->setWindowTitle(toQString(panel.title));
+  dialog->setMinimumWidth(widthOfTitle(*dialog));
   dialog->setOption(QFileDialog::ReadOnly, !panel.canCreateFolders);
   dialog->setDirectory(asQString(folder));
   const QString name = nameWithin(panel.suggestedName);
   if (!name.isEmpty()) dialog->selectFile(asQString(folder) + QLatin1Char('/') + name);
-  dialog->setWindowModality(Qt::ApplicationModal);
   return dialog;
 }
 
@@ -200,7 +212,7 @@ void QtDialogs::showSavePanel(const SavePanel& panel,
   };
   QObject::connect(&dialog, &QDialog::finished, &dialog, finish);
   QObject::connect(&dialog, &QObject::destroyed, [answer] { answer->give(std::nullopt); });
-  bringToFront(dialog);
+  runModal(dialog);
 }
 
 }  // namespace zunto

@@ -36,21 +36,30 @@ class ContentWidget final : public QWidget {
   ContentWidget(const WindowSpec& spec, QtFocusKeeper& focus, QWidget* parent)
       : QWidget(parent), minimumSize_(nativeSize(spec.minimumSize)) {
     QtControlMaker maker(*this, focus);
-    std::unique_ptr<QBoxLayout> layout = makeStackLayout(spec.content, maker);
+    std::unique_ptr<QBoxLayout> layout = makeStackLayout(spec.content, maker, column_);
     layout->setContentsMargins(static_cast<int>(std::lround(spec.insets.leading)),
                                static_cast<int>(std::lround(spec.insets.top)),
                                static_cast<int>(std::lround(spec.insets.trailing)),
                                static_cast<int>(std::lround(spec.insets.minimumBottom)));
     layout->addStretch(1);
     setLayout(layout.release());
+    column_.align();
   }
 
   [[nodiscard]] QSize minimumSizeHint() const override {
     return QWidget::minimumSizeHint().expandedTo(minimumSize_);
   }
 
+ protected:
+  bool event(QEvent* event) override {
+    // Another font makes the labels of the column wider, each by as much as its text is long.
+    if (event->type() == QEvent::LayoutRequest) column_.align();
+    return QWidget::event(event);
+  }
+
  private:
   QSize minimumSize_;
+  QtColumn column_;
 };
 
 /// The status menu in one window: its keys always, its menu bar while the desktop does not show the menu.
@@ -116,8 +125,6 @@ class NativeWindow final : public QWidget {
     setWindowTitle(toQString(model.spec().title));
     setWindowIcon(makeStatusIcon(StatusMark::none));
     auto bar = std::make_unique<QMenuBar>(this);
-    // A desktop that takes menu bars to its own bar would hide where this one is needed.
-    bar->setNativeMenuBar(false);
     bar_ = bar.get();
     auto content = std::make_unique<ContentWidget>(model.spec(), focus_, this);
     auto layout = std::make_unique<QVBoxLayout>();
@@ -142,10 +149,15 @@ class NativeWindow final : public QWidget {
     activateWindow();
   }
 
+  /// By the content: how large the frame is turns out only when the desktop has drawn it, and the window
+  /// would jump when it is centred again.
   void center() {
+    if (isMaximized() || isFullScreen()) return;
+    constexpr int titleBar = 40;
     const QRect area = screen()->availableGeometry();
-    const QSize frame = frameGeometry().size();
-    move(area.x() + (area.width() - frame.width()) / 2, area.y() + (area.height() - frame.height()) / 2);
+    const int spare = std::max(0, area.height() - height());
+    const int top = std::max(spare / 2, std::min(spare, titleBar));
+    setGeometry(area.x() + (area.width() - width()) / 2, area.y() + top, width(), height());
   }
 
  protected:

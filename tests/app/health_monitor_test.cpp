@@ -90,6 +90,11 @@ TEST_F(HealthMonitorTest, AHealthyBodyWithAnotherExitStatusIsNotHealthy) {
   EXPECT_FALSE(probe());
 }
 
+TEST_F(HealthMonitorTest, AWholeHealthyBodyOfAnAnswerThatDoesNotEndIsNotHealthy) {
+  world.health.answer({.isEndless = true});
+  EXPECT_FALSE(probe());
+}
+
 TEST_F(HealthMonitorTest, ACurlThatASignalEndedIsNotHealthy) {
   world.commands.answer(128 + SIGKILL, R"({"status":"ok"})");
   EXPECT_FALSE(probe());
@@ -158,6 +163,19 @@ TEST_F(HealthMonitorTest, ATickStartsStopsAndAlertsNothing) {
   EXPECT_EQ(world.journal, Journal{"probe"});
   EXPECT_TRUE(world.child().isRunning());
   EXPECT_TRUE(world.fields().processor);
+}
+
+TEST_F(HealthMonitorTest, AFailedTickLeavesAChildThatHasEndedToItsEndNotice) {
+  world.startChild();
+  world.health.answerBy([this] {
+    world.child().end();
+    return std::nullopt;
+  });
+  world.executor.spawn(world.delegate->refreshHealth());
+  EXPECT_TRUE(world.clock.runOneTurn());
+  EXPECT_EQ(world.display(), testing::stoppedDisplay);
+  EXPECT_TRUE(world.fields().processor);
+  EXPECT_TRUE(world.fields().logHandle);
 }
 
 TEST_F(HealthMonitorTest, OneFailedTickShowsStoppedAndTheNextGoodOneReadyAgain) {

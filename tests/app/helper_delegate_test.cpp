@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <thread>
 
@@ -43,7 +44,7 @@ TEST_F(HelperDelegateFieldsTable, IsStartingIsFalseAtFirst) { EXPECT_FALSE(field
 struct EnsureHelperTable : ::testing::Test {
   HelperWorld world;
   EnsureHelperTable() { world.launch(); }
-  auto ensureHelper() { return world.answerOf(world.ensureHelper()); }
+  auto ensureHelper() { return world.answerOf(world.ensureHelper()()); }
 };
 
 TEST_F(EnsureHelperTable, AHealthyProcessorAnswersTrueAfterOneProbeAndRefreshesTheDisplay) {
@@ -116,8 +117,8 @@ TEST_F(EnsureHelperTable, AHungChildThatIsStillHeldAnswersFalseAfterOneProbeWith
 TEST(HelperDelegateLaunch, BuildsMenuWindowAndLinkHandlerPresentsAndStartsTheTimerInThisOrder) {
   HelperWorld world(WindowUse::real);
   world.launch();
-  EXPECT_EQ(world.journal, (Journal{"make status item", "make window", "register link handler", "activate",
-                                    "start timer 5000 ms"}));
+  EXPECT_EQ(world.journal, (Journal{"make status item", "attach menu of 8 items", "make window",
+                                    "register link handler", "activate", "start timer 5000 ms"}));
 }
 
 TEST(HelperDelegateLaunch, ItsMenuStandsBeforeTheWindowIsMade) {
@@ -245,7 +246,7 @@ TEST(HelperDelegateEdgeCases, AProcessorOfAnotherOriginAtLaunchIsUsedAndShownAsM
   HelperWorld world(WindowUse::real);
   world.health.answerHealthy();
   world.launch();
-  const auto answer = world.answerOf(world.ensureHelper());
+  const auto answer = world.answerOf(world.ensureHelper()());
   world.clock.runTurns();
   EXPECT_EQ(world.launches(), 0U);
   EXPECT_EQ(*answer, true);
@@ -293,7 +294,7 @@ TEST(HelperDelegateEdgeCases, AHungOwnChildIsNotLaunchedTwiceAndTheNextTickShows
   HelperWorld world;
   world.launchWithRunningChild();
   world.health.nobodyListens();
-  const auto answer = world.answerOf(world.ensureHelper());
+  const auto answer = world.answerOf(world.ensureHelper()());
   world.clock.runTurns();
   EXPECT_EQ(*answer, false);
   EXPECT_TRUE(world.alerts.shown().empty());
@@ -352,7 +353,7 @@ TEST(HelperDelegateGone, EnsureHelperAnswersFalseWithoutAProbe) {
   HelperWorld world;
   world.health.answerHealthy();
   world.launch();
-  const EnsureHelper ensureHelper = world.ensureHelper;
+  const EnsureHelper ensureHelper = world.ensureHelper();
   world.delegate.reset();
   const auto answer = world.answerOf(ensureHelper());
   world.clock.runTurns();
@@ -364,7 +365,7 @@ TEST(HelperDelegateGone, AnEnsureHelperThatWasCalledButHasNotBegunAnswersFalse) 
   HelperWorld world;
   world.health.answerHealthy();
   world.launch();
-  const auto answer = world.answerOf(world.ensureHelper());
+  const auto answer = world.answerOf(world.ensureHelper()());
   world.delegate.reset();
   world.clock.runTurns();
   EXPECT_EQ(*answer, false);
@@ -373,7 +374,7 @@ TEST(HelperDelegateGone, AnEnsureHelperThatWasCalledButHasNotBegunAnswersFalse) 
 TEST(HelperDelegateGone, AnEnsureHelperThatHasBegunKeepsTheDelegateUntilItAnswers) {
   HelperWorld world;
   world.launch();
-  const auto answer = world.answerOf(world.ensureHelper());
+  const auto answer = world.answerOf(world.ensureHelper()());
   world.clock.runTurns();
   const std::weak_ptr<HelperDelegate> weak = world.delegate;
   world.delegate.reset();
@@ -456,6 +457,8 @@ TEST(HelperDelegateGone, DestroyingTheExecutorsTasksFreesTheDelegateThatTheyKeep
 struct EntryPoint {
   const char* name;
   std::function<void(HelperDelegate&)> call;
+
+  friend void PrintTo(const EntryPoint& row, std::ostream* out) { *out << row.name; }
 };
 
 class HelperDelegateDeathTest : public ::testing::TestWithParam<EntryPoint> {};

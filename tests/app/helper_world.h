@@ -11,9 +11,9 @@
 #include <string>
 #include <utility>
 
+#include "app/entry.h"
 #include "app/helper_delegate.h"
 #include "recorded_platform.h"
-#include "scripted_health.h"
 #include "tests/fakes/fake_alerts.h"
 #include "tests/fakes/fake_application.h"
 #include "tests/fakes/fake_beeper.h"
@@ -27,6 +27,7 @@
 #include "tests/fakes/fake_url_events.h"
 #include "tests/fakes/fake_window_system.h"
 #include "tests/fakes/fake_workspace.h"
+#include "tests/fakes/scripted_health.h"
 #include "tests/fakes/scripted_http_session.h"
 #include "tests/fakes/virtual_clock.h"
 
@@ -68,17 +69,14 @@ enum class WindowUse { none, real };
 
 class HelperWorld {
  public:
-  /// With WindowUse::none the delegate gets no import window, so that nothing asks for a processor by itself.
-  explicit HelperWorld(WindowUse windowUse = WindowUse::none) : windowUse_(windowUse) {
+  /// With WindowUse::none the delegate gets no import window, so that nothing asks for a processor by itself;
+  /// else it is made as the program's entry makes it.
+  explicit HelperWorld(WindowUse windowUse = WindowUse::none) {
     for (const char* tool : {"node", "yt-dlp", "ffmpeg", "ffprobe"}) files.addExecutable(toolFolder / tool);
     files.addFile(scriptFile);
     http.answerAlways("GET", "/health", {.headers = {{"X-ZUNTO-Session-Token", "token"}}});
-    delegate = std::make_shared<HelperDelegate>(
-        fixedAddresses(),
-        HelperDelegate::Capabilities{executor, recordedApplication, recordedSpawner, recordedCommands,
-                                     recordedFiles, recordedFiles, host, recordedBar, recordedUrlEvents,
-                                     recordedAlerts, recordedWorkspace},
-        [this](EnsureHelper function) { return makeWindow(std::move(function)); });
+    delegate = windowUse == WindowUse::real ? makeHelperDelegate(fixedAddresses(), backends())
+                                            : delegateWithoutWindow();
   }
   HelperWorld(const HelperWorld&) = delete;
   HelperWorld& operator=(const HelperWorld&) = delete;
@@ -110,11 +108,30 @@ class HelperWorld {
   RecordedStatusBar recordedBar{statusBar, journal};
   RecordedUrlEvents recordedUrlEvents{urlEvents, journal};
   RecordedWorkspace recordedWorkspace{workspace, journal};
+  RecordedWindowSystem recordedWindows{windowSystem, journal};
   Executor executor{loop};
 
-  EnsureHelper ensureHelper;  ///< what the window was given
-  std::function<void()> whileMakingWindow;
+  std::function<void()> whileMakingWindow;  ///< where there is none
   std::shared_ptr<HelperDelegate> delegate;
+
+  [[nodiscard]] Backends backends() {
+    return {.executor = executor,
+            .application = recordedApplication,
+            .processSpawner = recordedSpawner,
+            .commandRunner = recordedCommands,
+            .fileSystem = recordedFiles,
+            .outputFiles = recordedFiles,
+            .host = host,
+            .httpSession = http,
+            .statusBar = recordedBar,
+            .windowSystem = recordedWindows,
+            .urlEvents = recordedUrlEvents,
+            .alerts = recordedAlerts,
+            .savePanels = savePanels,
+            .pasteboard = pasteboard,
+            .beeper = beeper,
+            .workspace = recordedWorkspace};
+  }
 
   void launch() { delegate->applicationDidFinishLaunching(); }
 
@@ -123,6 +140,10 @@ class HelperWorld {
   [[nodiscard]] std::size_t launches() const { return spawner.children().size(); }
   [[nodiscard]] ImportForm& form() const { return fields().downloaderWindow->form(); }
   [[nodiscard]] Window& window() const { return fields().downloaderWindow->window(); }
+  /// What the delegate gave its window.
+  [[nodiscard]] EnsureHelper ensureHelper() const {
+    return fields().downloaderWindow ? fields().downloaderWindow->fields().ensureHelper : ensureHelper_;
+  }
 
   /// The task's answer, once it has one.
   std::shared_ptr<const std::optional<bool>> answerOf(Task<bool> task) {
@@ -168,17 +189,20 @@ class HelperWorld {
   }
 
  private:
-  std::shared_ptr<DownloaderWindowController> makeWindow(EnsureHelper function) {
-    journal.emplace_back("make window");
-    ensureHelper = function;
-    if (whileMakingWindow) whileMakingWindow();
-    if (windowUse_ == WindowUse::none) return nullptr;
-    return DownloaderWindowController::create(std::move(function), fixedAddresses().helperBaseURL,
-                                              {executor, http, files, windowSystem, recordedApplication,
-                                               savePanels, pasteboard, beeper, workspace});
+  std::shared_ptr<HelperDelegate> delegateWithoutWindow() {
+    return std::make_shared<HelperDelegate>(
+        fixedAddresses(),
+        HelperDelegate::Capabilities{executor, recordedApplication, recordedSpawner, recordedCommands,
+                                     recordedFiles, recordedFiles, host, recordedBar, recordedUrlEvents,
+                                     recordedAlerts, recordedWorkspace},
+        [this](EnsureHelper function) {
+          ensureHelper_ = std::move(function);
+          if (whileMakingWindow) whileMakingWindow();
+          return nullptr;
+        });
   }
 
-  WindowUse windowUse_;
+  EnsureHelper ensureHelper_;
 };
 
 }  // namespace zunto::testing

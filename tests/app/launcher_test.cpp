@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -66,6 +67,8 @@ struct Component {
   std::string name;
   std::filesystem::path location;
   std::string testName;
+
+  friend void PrintTo(const Component& row, std::ostream* out) { *out << row.name; }
 };
 
 struct ComponentsTable : LauncherTest, ::testing::WithParamInterface<Component> {};
@@ -158,6 +161,8 @@ TEST_F(LauncherTest, TheChildIsTheRuntimeWithTheScriptAsItsOneArgumentInTheProce
 struct EnvironmentRow {
   std::string key;
   std::string value;
+
+  friend void PrintTo(const EnvironmentRow& row, std::ostream* out) { *out << row.key; }
 };
 
 struct ChildEnvironmentTable : LauncherTest, ::testing::WithParamInterface<EnvironmentRow> {};
@@ -377,6 +382,72 @@ TEST_F(LauncherTest, AChildThatIsHeldButDoesNotAnswerEndsTheSequenceWithoutAnyMe
   EXPECT_EQ(world.display(), testing::scribbledDisplay);
 }
 
+TEST_F(LauncherTest, ASecondCallersHealthyProbeLeavesTheDisplayToTheStartSequence) {
+  world.start();
+  world.clock.runTurns();
+  world.health.answerHealthy();
+  world.scribbleOnDisplay();
+  const auto second = world.start();
+  world.clock.runTurns();
+  EXPECT_EQ(*second, true);
+  EXPECT_EQ(world.display(), testing::scribbledDisplay);
+  EXPECT_TRUE(world.fields().isStarting);
+}
+
+// A child that has ended is held until its end notice has been handled.
+
+TEST_F(LauncherTest, AHealthyProbeCountsAlsoWhenTheHeldChildHasEnded) {
+  world.start();
+  world.clock.runTurns();
+  world.health.answerBy([this] {
+    world.child().end();
+    return std::optional(testing::HealthAnswer{});
+  });
+  world.loop.afterTimer = [this] { EXPECT_EQ(world.display(), testing::readyDisplay); };
+  world.clock.advance(150ms);
+  EXPECT_FALSE(world.fields().isStarting);
+  EXPECT_EQ(world.health.probes(), 2U);
+  EXPECT_TRUE(world.alerts.shown().empty());
+}
+
+TEST_F(LauncherTest, AHeldChildThatHasEndedIsNotReplaced) {
+  world.startChild();
+  world.health.answerBy([this] {
+    world.child().end();
+    return std::nullopt;
+  });
+  const auto answer = world.start();
+  EXPECT_TRUE(world.clock.runOneTurn());
+  EXPECT_EQ(*answer, false);
+  EXPECT_EQ(world.launches(), 1U);
+  EXPECT_TRUE(world.fields().processor);
+  EXPECT_TRUE(world.alerts.shown().empty());
+}
+
+TEST_F(LauncherTest, AHealthyFirstProbeForgetsNoChildThatHasEnded) {
+  world.startChild();
+  world.health.answerBy([this] {
+    world.child().end();
+    return std::optional(testing::HealthAnswer{});
+  });
+  const auto answer = world.start();
+  EXPECT_TRUE(world.clock.runOneTurn());
+  EXPECT_EQ(*answer, true);
+  EXPECT_TRUE(world.fields().processor);
+  EXPECT_TRUE(world.fields().logHandle);
+}
+
+TEST_F(LauncherTest, WhileAChildIsHeldNoComponentIsTested) {
+  world.startChild();
+  world.health.nobodyListens();
+  world.files.removeTree(testing::scriptFile);
+  world.journal.clear();
+  const auto answer = world.start();
+  world.clock.runTurns();
+  EXPECT_EQ(*answer, false);
+  EXPECT_EQ(world.journal, Journal{"probe"});
+}
+
 struct OpenPage : LauncherTest {
   const std::string page = fixedAddresses().videoImportPageURL.absoluteString();
 };
@@ -562,6 +633,17 @@ TEST_F(LaunchFailureTable, ALogThatCannotBeMadeShowsTheErrorsOwnDescription) {
   EXPECT_EQ(world.launches(), 0U);
 }
 
+TEST_F(LaunchFailureTable, ALogThatCannotBePositionedShowsTheErrorsOwnDescription) {
+  world.files.refuseSeeks("Illegal seek");
+  const auto answer = world.start();
+  world.clock.runTurns();
+  expectAlert(couldNotStart, "The end of the file \"helper.log\" could not be found: Illegal seek.");
+  expectNothingHeld();
+  dismissAlert();
+  EXPECT_EQ(*answer, false);
+  EXPECT_EQ(world.launches(), 0U);
+}
+
 TEST_F(LaunchFailureTable, ALaunchThatTheSystemRefusesShowsTheErrorsOwnDescription) {
   world.spawner.refuseLaunches("Exec format error");
   const auto answer = world.start();
@@ -725,6 +807,25 @@ TEST_F(LauncherTest, TheEndOfTheChildReleasesTheLogHandle) {
   world.child().end();
   world.clock.runTurns();
   EXPECT_TRUE(log.expired());
+}
+
+TEST_F(LauncherTest, TheEndOfTheChildDoesNotCloseALogHandleThatSomebodyElseHolds) {
+  world.startChild();
+  const auto log = world.fields().logHandle;
+  world.child().end();
+  world.clock.runTurns();
+  EXPECT_FALSE(world.fields().logHandle);
+  EXPECT_NE(log->descriptor(), -1);
+}
+
+TEST_F(LauncherTest, TheEndOfAChildThatWasStoppedShowsStoppedAgain) {
+  world.startChild();
+  world.child().ignore(SIGINT);
+  world.delegate->stopProcessor();
+  world.scribbleOnDisplay();
+  world.clock.advance(2s);
+  ASSERT_FALSE(world.child().isRunning());
+  EXPECT_EQ(world.display(), testing::stoppedDisplay);
 }
 
 TEST_F(LauncherTest, TheEndOfAnOldChildClearsTheFieldsOfANewerOneThatRunsOn) {

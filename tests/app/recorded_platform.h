@@ -19,6 +19,7 @@
 #include "platform/process.h"
 #include "platform/status_bar.h"
 #include "platform/url_events.h"
+#include "platform/window_system.h"
 #include "platform/workspace.h"
 
 namespace zunto::testing {
@@ -87,7 +88,8 @@ class RecordedFiles final : public FileSystem, public OutputFileOpener {
     journal_.push_back("create file " + path.filename().string());
     return files_.createFile(path);
   }
-  void removeItem(const std::filesystem::path& path) override { files_.removeItem(path); }
+  void removeFile(const std::filesystem::path& path) override { files_.removeFile(path); }
+  void requireSavable(const std::filesystem::path& path) override { files_.requireSavable(path); }
   [[nodiscard]] std::unique_ptr<OutputFile> openForWriting(const std::filesystem::path& path) override {
     journal_.push_back("open " + path.filename().string());
     return opener_.openForWriting(path);
@@ -188,12 +190,18 @@ class RecordedStatusBar final : public StatusBar {
 
   [[nodiscard]] std::shared_ptr<StatusItem> makeStatusItem() override {
     journal_.emplace_back("make status item");
-    return bar_.makeStatusItem();
+    auto item = bar_.makeStatusItem();
+    subscriptions_.push_back(item->observe([this, &observed = *item, hadMenu = false]() mutable {
+      if (std::exchange(hadMenu, observed.menu() != nullptr) || !observed.menu()) return;
+      journal_.push_back("attach menu of " + std::to_string(observed.menu()->items().size()) + " items");
+    }));
+    return item;
   }
 
  private:
   StatusBar& bar_;
   Journal& journal_;
+  std::vector<Observable::Subscription> subscriptions_;
 };
 
 class RecordedUrlEvents final : public UrlEventSource {
@@ -211,6 +219,20 @@ class RecordedUrlEvents final : public UrlEventSource {
 
  private:
   UrlEventSource& events_;
+  Journal& journal_;
+};
+
+class RecordedWindowSystem final : public WindowSystem {
+ public:
+  RecordedWindowSystem(WindowSystem& windows, Journal& journal) : windows_(windows), journal_(journal) {}
+
+  [[nodiscard]] std::unique_ptr<WindowView> makeView(Window& window) override {
+    journal_.emplace_back("make window");
+    return windows_.makeView(window);
+  }
+
+ private:
+  WindowSystem& windows_;
   Journal& journal_;
 };
 

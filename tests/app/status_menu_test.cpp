@@ -3,6 +3,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -211,6 +212,44 @@ TEST_F(StatusMenuTest, StartingWhileAProcessorOfAnotherProgramAnswersOnlyRefresh
   world.clock.runTurns();
   EXPECT_EQ(world.launches(), 0U);
   EXPECT_EQ(world.display(), testing::foreignDisplay);
+}
+
+TEST_F(StatusMenuTest, ToggleHelperForAHeldChildThatHasEndedTakesTheStartPath) {
+  world.startChild();
+  world.child().end();
+  world.fields().statusMenuItem->setTitle("as it was");
+  const std::size_t probesBefore = world.health.probes();
+  world.choose(toggleHelper);
+  EXPECT_TRUE(world.fields().processor);
+  EXPECT_EQ(world.display().statusLine, "as it was");
+  world.clock.runTurns();
+  EXPECT_EQ(world.health.probes(), probesBefore + 1);
+}
+
+TEST_F(StatusMenuTest, AStartFromTheMenuKeepsTheDelegateUntilItHasEnded) {
+  const std::weak_ptr<HelperDelegate> weak = world.delegate;
+  world.choose(toggleHelper);
+  world.delegate.reset();
+  ASSERT_FALSE(weak.expired()) << "before its first turn";
+  world.clock.runTurns();
+  ASSERT_FALSE(weak.expired()) << "in its wait";
+  world.health.answerHealthy();
+  world.clock.advance(150ms);
+  EXPECT_TRUE(weak.expired());
+}
+
+TEST_F(StatusMenuTest, AStartFromTheMenuThatFailsLeavesTheDisplayToTheNextTick) {
+  world.files.removeTree(testing::scriptFile);
+  world.scribbleOnDisplay();
+  world.fields().toggleMenuItem->setEnabled(true);
+  const testing::Display before = world.display();
+  world.choose(toggleHelper);
+  world.clock.runTurns();
+  ASSERT_EQ(world.alerts.openCount(), 1U);
+  world.alerts.press(testing::okButton);
+  world.clock.runTurns();
+  ASSERT_FALSE(world.fields().isStarting);
+  EXPECT_EQ(world.display(), before);
 }
 
 // Edge cases.

@@ -144,6 +144,14 @@ TEST_F(UrlSchemeHandler, AValueThatDoesNotParseIsNoLink) {
   expectPresentedWith("zunto-helper:?url=not%20a%20link", heldText);
 }
 
+TEST_F(UrlSchemeHandler, AValueWithABlankInFrontOrBehindIsNoLink) {
+  deliver("zunto-helper:?url=%20https%3A%2F%2Fexample.com%2F1");
+  deliver("zunto-helper:?url=%09https%3A%2F%2Fexample.com%2F1");
+  deliver("zunto-helper:?url=https%3A%2F%2Fexample.com%2F1%20");
+  EXPECT_EQ(fieldText(), heldText);
+  EXPECT_EQ(presentations(), 3U);
+}
+
 TEST_F(UrlSchemeHandler, APlusStaysAPlus) {
   expectPresentedWith("zunto-helper:?url=https%3A%2F%2Fexample.com%2Fa+b", "https://example.com/a+b");
 }

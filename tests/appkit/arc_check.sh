@@ -1,18 +1,16 @@
-#!/bin/sh
+#!/usr/bin/env bash
 # Compiles Objective-C++ sources with automatic reference counting, without making code of them: this system's
 # runtime has no support for it, the compiler knows all its rules.
 #   arc_check.sh SOURCE ... -- COMPILER FLAG ...
 set -eu
-sources=
+sources=()
 while [ "$1" != -- ]; do
-  sources="$sources $1"
+  sources+=("$1")
   shift
 done
 shift
-count=0
-for source in $sources; do
+for source in "${sources[@]}"; do
   "$@" -fobjc-arc -fobjc-runtime=gnustep-2.0 -fsyntax-only -x objective-c++ "$source"
-  count=$((count + 1))
 done
-[ "$count" -gt 0 ]
-echo "ARC: $count sources compiled"
+[ ${#sources[@]} -gt 0 ]
+echo "ARC: ${#sources[@]} sources compiled"

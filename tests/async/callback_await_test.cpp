@@ -108,6 +108,33 @@ TEST_F(CallbackAwaitTest, ACallbackInsideTheStartEndsTheAwaitOnALaterTurn) {
   EXPECT_EQ(journal, (Journal{"start returned", "got 7"}));
 }
 
+TEST_F(CallbackAwaitTest, OfTwoCallbacksInsideTheStartTheFirstCounts) {
+  executor->spawn([](Journal& entries) -> Task<void> {
+    const int value = co_await awaitCallback<int>([](const Completion<int>& done) {
+      done(7);
+      done(8);
+    });
+    entries.emplace_back("got " + std::to_string(value));
+  }(journal));
+  clock.runTurns();
+  EXPECT_EQ(journal, Journal{"got 7"});
+}
+
+TEST_F(CallbackAwaitTest, ACallbackBetweenTheStartAndTheTurnThatEndsTheAwaitIsTooLate) {
+  executor->spawn([](Backend& world) -> Task<void> {
+    const int value = co_await awaitCallback<int>([&world](const Completion<int>& done) {
+      done(7);
+      return world.start(done);
+    });
+    world.journal.emplace_back("got " + std::to_string(value));
+  }(backend));
+  EXPECT_TRUE(clock.runOneTurn());
+  backend.callbacks.at(0)(8);
+  EXPECT_EQ(journal, Journal{"started"}) << "it must not end the await in its own turn either";
+  clock.runTurns();
+  EXPECT_EQ(journal, (Journal{"started", "handle dropped", "got 7"}));
+}
+
 TEST_F(CallbackAwaitTest, ACancellationEndsTheAwaitOnALaterTurnAfterDroppingTheHandle) {
   const TaskHandle handle = executor->spawn(awaitOnce(backend));
   clock.runTurns();

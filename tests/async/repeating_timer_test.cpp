@@ -137,5 +137,17 @@ TEST(RepeatingTimerOnALateLoopTest, SkipsTheFiringsThatTheLoopWasTooBusyToMake) 
   EXPECT_EQ(clock.due(), 20s);
 }
 
+TEST(RepeatingTimerOnALateLoopTest, LateByWholeIntervalsFiresOnceAndNextAnIntervalLater) {
+  LateClock clock;
+  int firings = 0;
+  const RepeatingTimer timer(clock, 5s, [&] { ++firings; });
+  clock.fireAt(10s);
+  EXPECT_EQ(firings, 1);
+  EXPECT_EQ(clock.due(), 15s);
+  clock.fireAt(25s);
+  EXPECT_EQ(firings, 2);
+  EXPECT_EQ(clock.due(), 30s);
+}
+
 }  // namespace
 }  // namespace zunto

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <pwd.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -12,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "environment_variable.h"
 #include "platform/posix/posix_host_environment.h"
 #include "temporary_folder.h"
 #include "tests/fakes/fake_host_environment.h"
@@ -20,25 +20,6 @@ namespace zunto::testing {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// Gives one environment variable another value, or none, for the time of a test.
-class Variable {
- public:
-  Variable(const char* name, const std::optional<std::string>& value) : name_(name) {
-    if (const char* previous = ::getenv(name)) previous_ = previous;
-    set(value);
-  }
-  Variable(const Variable&) = delete;
-  Variable& operator=(const Variable&) = delete;
-  ~Variable() { set(previous_); }
-
- private:
-  void set(const std::optional<std::string>& value) const {
-    value ? ::setenv(name_, value->c_str(), 1) : ::unsetenv(name_);
-  }
-  const char* name_;
-  std::optional<std::string> previous_;
-};
 
 class HostEnvironmentContract : public ::testing::TestWithParam<const char*> {
  protected:
@@ -139,8 +120,8 @@ TEST(PosixHost, TakesFoldersThatADesktopKnowsByItself) {
 
 TEST(PosixHost, FindsItsFoldersInTheEnvironment) {
   const TemporaryFolder home;
-  const Variable homeVariable("HOME", home.path().string());
-  const Variable temporaryVariable("TMPDIR", std::nullopt);
+  const EnvironmentVariable homeVariable("HOME", home.path().string());
+  const EnvironmentVariable temporaryVariable("TMPDIR", std::nullopt);
   const PosixHostEnvironment host(home.path());
   EXPECT_EQ(host.homeFolder(), home.path());
   EXPECT_EQ(host.temporaryFolder(), "/tmp");
@@ -148,10 +129,10 @@ TEST(PosixHost, FindsItsFoldersInTheEnvironment) {
 }
 
 TEST(PosixHost, AnswersTheVariablesThatItWasMadeWith) {
-  const Variable odd("ZUNTO_TEST_ODD", "a=b c");
-  const Variable empty("ZUNTO_TEST_EMPTY", "");
+  const EnvironmentVariable odd("ZUNTO_TEST_ODD", "a=b c");
+  const EnvironmentVariable empty("ZUNTO_TEST_EMPTY", "");
   const PosixHostEnvironment host(fs::path("/"));
-  const Variable later("ZUNTO_TEST_ODD", "changed");
+  const EnvironmentVariable later("ZUNTO_TEST_ODD", "changed");
   const std::map<std::string, std::string> variables = host.environment();
   EXPECT_EQ(variables.at("ZUNTO_TEST_ODD"), "a=b c");
   EXPECT_EQ(variables.at("ZUNTO_TEST_EMPTY"), "");

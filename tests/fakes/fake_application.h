@@ -12,7 +12,10 @@ namespace zunto::testing {
 
 class FakeApplication final : public Application {
  public:
-  void activateIgnoringOtherApps() override { ++activations_; }
+  void activateIgnoringOtherApps() override {
+    ++activations_;
+    if (activating_) activating_();
+  }
   void terminate() override {
     ++terminations_;
     if (terminating_) terminating_();
@@ -22,12 +25,16 @@ class FakeApplication final : public Application {
   [[nodiscard]] int activations() const { return activations_; }
   [[nodiscard]] int terminations() const { return terminations_; }
 
+  /// From now on `activating` is called inside activateIgnoringOtherApps().
+  void onActivate(std::function<void()> activating) { activating_ = std::move(activating); }
+
   /// From now on `terminating` is called inside terminate(): where the real application tells its delegate.
   void onTerminate(std::function<void()> terminating) { terminating_ = std::move(terminating); }
 
  private:
   int activations_ = 0;
   int terminations_ = 0;
+  std::function<void()> activating_;
   std::function<void()> terminating_;
 };
 

@@ -1,14 +1,17 @@
 #include "platform/qt/qt_application.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <QWindow>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "tests/qt/instance.h"
@@ -95,6 +98,24 @@ TEST_F(QtApplicationLife, TellsOfAnExitWhileTheGlobalsThatTheLaunchHasMadeStillL
   EXPECT_EXIT(application.run(), ::testing::ExitedWithCode(3), "told\nglobal gone");
 }
 
+/// What Qt does when the compositor is gone.
+[[noreturn]] void endAsWithoutCompositor() {
+  qWarning("The Wayland connection broke. Did the Wayland compositor die?");
+  _exit(1);
+}
+
+TEST_F(QtApplicationLife, TellsOfTheCompositorsEndBeforeQtEndsTheProgram) {
+  delegate->whenLaunched = [this] { clock.post(endAsWithoutCompositor); };
+  delegate->whenTerminated = [] { std::cerr << "told\n"; };
+  EXPECT_EXIT(application.run(), ::testing::ExitedWithCode(1), "told\n$");
+}
+
+TEST_F(QtApplicationLife, TellsOfTheCompositorsEndWhenAnotherThreadNotices) {
+  delegate->whenLaunched = [] { std::thread(endAsWithoutCompositor).detach(); };
+  delegate->whenTerminated = [] { std::cerr << "told\n"; };
+  EXPECT_EXIT(application.run(), ::testing::ExitedWithCode(1), "told\n$");
+}
+
 TEST_F(QtApplicationLife, RunsNoTurnAndNoTimerOnceItHasTerminated) {
   std::vector<std::string> after;
   std::unique_ptr<Timer> dueAlready;
@@ -124,11 +145,10 @@ TEST_F(QtApplicationLife, ClosingTheLastWindowDoesNotTerminate) {
   EXPECT_TRUE(wentOn);
 }
 
-TEST_F(QtTest, FirstArgumentThatIsNotQtsIsTheLink) { EXPECT_EQ(application.linkArgument(), std::nullopt); }
-
 class Signals : public QtTest, public ::testing::WithParamInterface<int> {};
 
-INSTANTIATE_TEST_SUITE_P(Ending, Signals, ::testing::Values(SIGTERM, SIGINT, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(Ending, Signals, ::testing::Values(SIGTERM, SIGINT, SIGHUP),
+                         [](const auto& tested) { return std::string(sigabbrev_np(tested.param)); });
 
 TEST_P(Signals, TerminateInTheOrdinaryWay) {
   const QTemporaryDir folder;
@@ -138,7 +158,7 @@ TEST_P(Signals, TerminateInTheOrdinaryWay) {
   ASSERT_TRUE(runUntil([&program] { return program.hasSaid("launched"); }));
   program.signal(GetParam());
   ASSERT_TRUE(runUntil([&program] { return program.hasEnded(); }));
-  const QStringList expected{QStringLiteral("first"), QStringLiteral("launched"),
+  const QStringList expected{QStringLiteral("alone"), QStringLiteral("launched"),
                              QStringLiteral("willTerminate"), QStringLiteral("ended")};
   EXPECT_EQ(program.said(), expected);
   EXPECT_EQ(program.exitCode(), 0);

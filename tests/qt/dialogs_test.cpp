@@ -11,6 +11,8 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTemporaryDir>
+#include <QTest>
+#include <QWindow>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -99,6 +101,53 @@ TEST_F(QtAlerts, ClosesUnansweredWithTheWindowItStandsInFrontOf) {
   EXPECT_TRUE(answers.empty());
 }
 
+/// A window that can be used, and counts what reaches it.
+class UsableWindow final : public QWidget {
+ public:
+  UsableWindow() {
+    button_.setText(QStringLiteral("Count"));
+    QObject::connect(&button_, &QPushButton::clicked, this, [this] { ++clicks; });
+    resize(200, 100);
+  }
+
+  /// As the user does it: by way of the native window.
+  void click() { QTest::mouseClick(windowHandle(), Qt::LeftButton, {}, button_.geometry().center()); }
+
+  int clicks = 0;
+  int paints = 0;
+
+ protected:
+  void paintEvent(QPaintEvent*) override { ++paints; }
+
+ private:
+  QPushButton button_{this};
+};
+
+TEST_F(QtAlerts, BlocksAWindowThatIsShownWhileItStandsAlone) {
+  UsableWindow window;
+  QMessageBox& box = show();
+  window.show();
+  window.click();
+  EXPECT_EQ(window.clicks, 0);
+  EXPECT_TRUE(runUntil([&window] { return window.paints > 0; }));
+  box.buttons()[0]->click();
+  runTurns();
+  window.click();
+  EXPECT_EQ(window.clicks, 1);
+}
+
+TEST_F(QtAlerts, BlocksEveryWindowAndNotOnlyTheOneItStandsInFrontOf) {
+  UsableWindow window;
+  window.show();
+  show();
+  UsableWindow other;
+  other.show();
+  window.click();
+  other.click();
+  EXPECT_EQ(window.clicks, 0);
+  EXPECT_EQ(other.clicks, 0);
+}
+
 class QtSavePanels : public QtTest {
  protected:
   QtSavePanels() {
@@ -134,6 +183,13 @@ TEST_F(QtSavePanels, SuggestsTheNameInTheDownloadsFolder) {
   runTurns();
   ASSERT_EQ(answers.size(), 1U);
   EXPECT_EQ(answers[0], downloads / "clip — ü.mp4");
+}
+
+TEST_F(QtSavePanels, IsWideEnoughForItsTitle) {
+  const std::string title(90, 'm');
+  dialogs->showSavePanel({title, "clip.mp4"}, [](const std::optional<std::filesystem::path>&) {});
+  const QWidget& panel = *QApplication::activeModalWidget();
+  EXPECT_GT(panel.width(), panel.fontMetrics().horizontalAdvance(toQString(title)) + 100);
 }
 
 TEST_F(QtSavePanels, AnswersNoneWhenItIsCancelled) {
@@ -201,6 +257,19 @@ TEST_F(QtSavePanels, AnAlertInFrontOfAPanelThatIsAnsweredFirstEndsWithItsFirstBu
   EXPECT_EQ(answers.size(), 1U);
   EXPECT_EQ(buttons, std::vector<std::size_t>{0});
   EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
+}
+
+TEST_F(QtSavePanels, BlocksAWindowThatWasMinimizedWhenItCame) {
+  UsableWindow window;
+  window.showMinimized();
+  QFileDialog& panel = show("clip.mp4");
+  window.showNormal();
+  window.click();
+  EXPECT_EQ(window.clicks, 0);
+  panel.reject();
+  runTurns();
+  window.click();
+  EXPECT_EQ(window.clicks, 1);
 }
 
 TEST_F(QtSavePanels, ClosesUnansweredWhenTheProgramEnds) {

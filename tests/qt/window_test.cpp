@@ -8,6 +8,8 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QScreen>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -133,6 +135,36 @@ TEST_F(QtWindows, ShowingAgainBringsAMinimizedWindowBack) {
   model.show();
   EXPECT_FALSE(native->isMinimized());
   EXPECT_TRUE(native->isVisible());
+}
+
+TEST_F(QtWindows, ItsContentStandsInTheMiddleOfTheScreenHoweverOftenItIsCentered) {
+  show();
+  const QRect area = native->screen()->availableGeometry();
+  const QRect place = native->geometry();
+  EXPECT_LE(std::abs(place.center().x() - area.center().x()), 1);
+  EXPECT_LE(std::abs(place.center().y() - area.center().y()), 1);
+  model.show();
+  model.center();
+  runTurns();
+  EXPECT_EQ(native->geometry(), place);
+}
+
+TEST_F(QtWindows, LeavesRoomForItsTitleBarOnALowScreen) {
+  show();
+  const QRect area = native->screen()->availableGeometry();
+  native->resize(680, area.height() - 50);
+  model.center();
+  EXPECT_EQ(native->geometry().top(), area.top() + 40);
+}
+
+TEST_F(QtWindows, StaysMaximizedWhenItIsCentered) {
+  show();
+  native->showMaximized();
+  runTurns();
+  const QRect before = native->geometry();
+  model.center();
+  runTurns();
+  EXPECT_EQ(native->geometry(), before);
 }
 
 TEST_F(QtWindows, EndsWithItsView) {
@@ -279,8 +311,7 @@ TEST_F(QtWindows, TheMenusKeysAreTheWindowsWithAndWithoutItsMenuBar) {
 TEST_F(QtWindows, LongTextsNeverMakeTheWindowWider) {
   show();
   form.status.setText(std::string(400, 'x'));
-  form.mode.addItem(std::string(400, 'm'));
-  form.mode.selectIndex(2);
+  form.mode.setItems({"Video", std::string(400, 'm')}, 1);
   runTurns();
   EXPECT_EQ(native->size(), QSize(680, 520));
   EXPECT_EQ(native->minimumWidth(), 600);

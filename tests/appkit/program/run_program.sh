@@ -17,6 +17,10 @@ cp "$processor" "$bundle/Resources/processor/src/index.mjs"
 ln -s "$(command -v node)" "$bundle/Resources/runtime/bin/node"
 for tool in yt-dlp ffmpeg ffprobe; do ln -s /bin/true "$bundle/Resources/runtime/bin/$tool"; done
 
+# Proxies that nobody offers: the processor is asked and told of itself without them.
+export http_proxy=http://127.0.0.1:1 all_proxy=http://127.0.0.1:1 NO_PROXY=a.example
+unset no_proxy
+
 status=0
 "$bundle/ZUNTO Helper" "$@" >"$HOME/steps" || status=$?
 cat "$HOME/steps"
@@ -25,6 +29,7 @@ grep -q "^AppKit program: " "$HOME/steps" || { echo "FAILED: the program ended b
 
 log="$HOME/Library/Logs/ZUNTO Helper/helper.log"
 grep -q listening "$log" || { echo "FAILED: the processor's output is not in $log"; exit 1; }
+grep -q "exempt: a.example,127.0.0.1$" "$log" || { echo "FAILED: the processor does not know what is exempt from proxies"; exit 1; }
 tries=0
 while [ "$tries" -lt 20 ]; do
   [ "$(grep -c interrupted "$log")" = "$processors" ] && exit 0

@@ -75,4 +75,5 @@ process.on('SIGINT', () => {
   console.log('interrupted');
   process.exit(0);
 });
+console.log(`exempt: ${process.env.no_proxy}`);
 server.listen(Number(process.env.PORT), process.env.HOST, () => console.log(`listening as ${process.pid}`));
