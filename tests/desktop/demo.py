@@ -32,6 +32,7 @@ import network  # noqa: E402
 import sample_media  # noqa: E402
 import screen  # noqa: E402
 from media_server import MediaServer  # noqa: E402
+from output_folder import OutputFolder, Unusable  # noqa: E402
 from private_world import PrivateWorld  # noqa: E402
 from steps import Failure, Results, run_steps  # noqa: E402
 
@@ -43,9 +44,9 @@ class Run:
         self.executable = executable
         self.world = world
         self.server = server
-        self.saved = _empty_folder(output / "saved")
-        self._screenshots = _empty_folder(output / "screenshots")
-        self.evidence = _empty_folder(output / "evidence")
+        self.saved = output.saved
+        self._screenshots = output.screenshots
+        self.evidence = output.evidence
         self._pictures = 0
         self._new_pictures = []
         self.helper = None
@@ -79,14 +80,14 @@ def main():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     results = Results()
     started = time.monotonic()
-    with PrivateWorld() as world:
+    with OutputFolder(options.output) as output, PrivateWorld() as world:
         _say("Making a clip of three qualities with a tone and a subtitle track")
         media = sample_media.make_sample_media(world.media / "clip")
         with MediaServer(media, world.folder) as server:
             # The site's certificate is its own; the processor and its tools are not told about it.
-            world.write_home_file(".config/yt-dlp/config", "--no-check-certificates\n")
+            world.write_home_file(".config/zunto-helper/yt-dlp.conf", "--no-check-certificates\n")
             _say(f"Offering it at {server.link}")
-            _drive(Run(options.helper, options.output, world, server), results)
+            _drive(Run(options.helper, output, world, server), results)
     _say(f"Screenshots and saved files: {options.output}  [{time.monotonic() - started:.0f} s in all]")
     _say(f"{results.passed} passed, {results.failed} failed")
     return 1 if results.failed else 0
@@ -97,15 +98,18 @@ _TOOLS = ("Xvfb", "dbus-daemon", "xdotool", "import", "openssl", "ffmpeg", "ffpr
 
 def _drive(run, results):
     # They reach for the accessibility bus of the environment, so only now.
+    from desktop_checks import desktop_steps
     from download_checks import analysis_steps, save_steps, trouble_steps
+    from environment_checks import environment_steps
     from form_checks import form_steps
     from helper_program import HelperProgram
     from lifecycle_checks import fault_steps, lifecycle_steps
+    from saving_checks import saving_steps
 
     run.helper = HelperProgram(run.executable, run.world)
     try:
         steps = [*form_steps(), *analysis_steps(), *save_steps(), *trouble_steps(), *lifecycle_steps(),
-                 *fault_steps()]
+                 *fault_steps(), *saving_steps(), *environment_steps(), *desktop_steps()]
         run_steps(steps, run, results)
     finally:
         run.helper.stop()
@@ -134,16 +138,15 @@ def _parse_options():
     return options
 
 
-def _empty_folder(folder):
-    """Only what an earlier run left in a folder of this name is removed."""
-    shutil.rmtree(folder, ignore_errors=True)
-    folder.mkdir(parents=True)
-    return folder
-
-
 def _say(line):
     print(line, flush=True)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        sys.exit(main())
+    except Unusable as reason:
+        sys.exit(f"demo: {reason}")
+    except KeyboardInterrupt:
+        _say("demo: interrupted")
+        sys.exit(130)

@@ -138,10 +138,7 @@ class _WentBack(Exception):
 
 def _save_as(run, path, replaces=False):
     helper = run.helper
-    field = wait_until(helper.panel_name_field, "the panel's name field", 10)
-    field.set_text(str(path))
-    wait_until(lambda: field.text == str(path), "the path standing in the panel", 10)
-    helper.panel_button("Save").act("Press")
+    helper.answer_save_panel(path)
     if replaces:
         _confirm_replacing(helper, run)
     helper.wait_for_status(f"Saved to {path}", 30)

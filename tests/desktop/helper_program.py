@@ -20,14 +20,15 @@ STOPPED_LINE = "ZUNTO Helper Stopped"
 
 
 class HelperProgram:
-    """One running start of the executable. `stop()` ends it however it is; its children end with it."""
+    """One running start of the executable, with `variables` in its environment besides those of the world.
+    `stop()` ends it however it is; its children end with it."""
 
-    def __init__(self, executable, world):
+    def __init__(self, executable, world, variables=None):
         self._executable = executable
         self._world = world
         environment, self.mark = world.helper_environment()
         self._output = (world.folder / f"{self.mark}log").open("wb")
-        self.process = subprocess.Popen([executable], env=environment, stdin=subprocess.DEVNULL,
+        self.process = subprocess.Popen([executable], env=environment | (variables or {}), stdin=subprocess.DEVNULL,
                                         stdout=self._output, stderr=subprocess.STDOUT)
 
     def stop(self):
@@ -173,6 +174,12 @@ class HelperProgram:
         require_equal(len(fields), 1, "the number of fields in the save panel")
         return fields[0]
 
+    def answer_save_panel(self, path):
+        field = wait_until(self.panel_name_field, "the panel's name field", 10)
+        field.set_text(str(path))
+        wait_until(lambda: field.text == str(path), "the path standing in the panel", 10)
+        self.panel_button("Save").act("Press")
+
     # The supervisor's alert.
 
     def alert_texts(self):
@@ -211,6 +218,9 @@ class HelperProgram:
         left, top, right, bottom = item.extents
         screen.click((left + right) // 2, (top + bottom) // 2)
         screen.move_pointer_away()
+        self.wait_for_closed_menu()
+
+    def wait_for_closed_menu(self):
         wait_until(lambda: not self._status_entries()[0].is_showing, "the menu being closed", 10)
 
     def _status_menu(self):

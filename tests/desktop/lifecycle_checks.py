@@ -26,10 +26,9 @@ def lifecycle_steps():
              "second-start"),
         Step("Closing the window does not quit, and a second start brings it back with what it held", _close_and_return,
              60),
-        Step("The status menu stands in the window and says that the helper is ready", _status_menu, 30, "status-menu"),
+        Step("The status menu stands in the window and says that the helper is ready", _status_menu),
         Step("Stop Helper ends the processor, Start Helper starts another", _stop_and_start, 60),
-        Step("A processor that is killed is shown as stopped, and Start Helper brings it back", _killed_processor, 60,
-             "processor-killed"),
+        Step("A processor that is killed is shown as stopped, and Start Helper brings it back", _killed_processor, 60),
         Step("Open Downloader makes the window ready again", _open_downloader, 60),
         Step("The log names what the processor did and never the session token", _log),
         Step("SIGTERM ends the helper with status 0, and nothing of it is left soon after", _sigterm, 30),
@@ -49,7 +48,7 @@ def fault_steps():
 
 def _missing_component(run):
     run.helper.stop()
-    run.helper = helper = HelperProgram(_without_component(run, "ffprobe"), run.world)
+    run.helper = helper = HelperProgram(without_component(run, "ffprobe"), run.world)
     texts = wait_until(helper.alert_texts, "an alert", 30)
     require_equal(texts, ["ZUNTO Helper is incomplete",
                           "A required bundled component is missing: ffprobe. Download a fresh copy of the app."],
@@ -61,9 +60,9 @@ def _missing_component(run):
     require(not helper.family(), "a processor was started")
 
 
-def _without_component(run, missing):
+def without_component(run, missing):
     """A copy of the program whose resources lack one tool."""
-    folder = run.world.folder / "incomplete"
+    folder = run.world.folder / f"without-{missing}"
     tools = folder / "resources/runtime/bin"
     tools.mkdir(parents=True)
     original = run.executable.parent / "resources"
@@ -95,13 +94,13 @@ def _foreign_processor(run):
         thread = threading.Thread(target=server.serve_forever, args=(0.1,), daemon=True)
         thread.start()
         try:
-            helper = _start(run)
+            helper = start_helper(run)
             helper.wait_for_status(READY, 30)
             wait_until(lambda: _shows(helper, READY_LINE, "Helper managed by another process", "Z/UNTO ●"),
                        "the menu showing whose processor it is", 15)
             require(("Helper managed by another process", False) in helper.status_items(), "it could be stopped")
             require(not helper.family(), "a second processor was started")
-            run.take_picture("foreign-processor")
+            _take_picture_of_menu(run, "foreign-processor")
         finally:
             server.shutdown()
             thread.join()
@@ -137,9 +136,14 @@ def _status_menu(run):
     require_equal(helper.status_items(), [
         (READY_LINE, False), ("Open Video Import", True), ("Open Downloader", True), ("Stop Helper", True),
         ("Show Local Log", True), ("Quit ZUNTO Helper", True)], "the menu")
-    helper.open_status_menu()
-    run.take_picture("status-menu-open")
+    _take_picture_of_menu(run, "status-menu")
+
+
+def _take_picture_of_menu(run, name):
+    run.helper.open_status_menu()
+    run.take_picture(name)
     screen.press("Escape", "Escape")
+    run.helper.wait_for_closed_menu()
 
 
 def _shows(helper, line, toggle, title):
@@ -161,7 +165,7 @@ def _stop_and_start(run):
     helper.choose_status_item("Stop Helper")
     _wait_stopped(helper, 10)
     wait_until(lambda: first not in helper.family(), "the processor's end", 10)
-    run.take_picture("stopped")
+    _take_picture_of_menu(run, "stopped")
     helper.choose_status_item("Start Helper")
     _wait_running(helper)
     require(helper.processor_pid() != first, "the processor is the old one")
@@ -171,6 +175,7 @@ def _killed_processor(run):
     helper = run.helper
     os.kill(helper.processor_pid(), signal.SIGKILL)
     _wait_stopped(helper, 10)
+    _take_picture_of_menu(run, "processor-killed")
     helper.choose_status_item("Start Helper")
     _wait_running(helper)
     require(helper.processor_pid(), "there is no processor")
@@ -216,13 +221,13 @@ def _sigterm(run):
 
 
 def _killed_helper(run):
-    helper = _start(run)
+    helper = start_helper(run)
     helper.wait_for_status(READY, 45)
     _kill(run, helper)
 
 
 def _killed_at_work(run):
-    helper = _start(run)
+    helper = start_helper(run)
     helper.wait_for_status(READY, 45)
     helper.set_link(run.server.slow_link)
     helper.press("Analyze")
@@ -232,7 +237,8 @@ def _killed_at_work(run):
     _kill(run, helper)
 
 
-def _start(run):
+def start_helper(run):
+    """A new start of the helper in place of the run's one."""
     run.helper.stop()
     run.helper = HelperProgram(run.executable, run.world)
     return run.helper

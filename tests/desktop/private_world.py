@@ -13,7 +13,8 @@ SCREEN = "1000x760x24"
 
 # What of the machine's environment would lead out of the private world, or change what is seen in it.
 _FOREIGN = ("XDG_", "QT_", "DBUS_", "AT_SPI_", "GTK_", "GNOME_", "KDE_", "WAYLAND_", "LC_", "LANGUAGE", "SSL_",
-            "http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "all_proxy", "no_proxy")
+            "http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "all_proxy", "no_proxy",
+            "NO_PROXY")
 
 
 class PrivateWorld:

@@ -37,6 +37,28 @@ def title_shown(number):
     return done.stdout.split(" = ", 1)[1].strip().strip('"')
 
 
+def place_of(number):
+    """(left, top, right, bottom) of a window without its frame, on the screen."""
+    done = subprocess.run(["xwininfo", "-id", str(number)], capture_output=True, text=True, timeout=30, check=True,
+                          stdin=subprocess.DEVNULL)
+    values = dict(line.strip().split(":", 1) for line in done.stdout.splitlines() if ":" in line)
+    left, top = int(values["Absolute upper-left X"]), int(values["Absolute upper-left Y"])
+    return left, top, left + int(values["Width"]), top + int(values["Height"])
+
+
+def size():
+    """(width, height) of the screen."""
+    return tuple(int(number) for number in _xdotool("getdisplaygeometry").stdout.split())
+
+
+def move(number, left, top):
+    _xdotool("windowmove", "--sync", str(number), str(left), str(top))
+
+
+def minimise(number):
+    _xdotool("windowminimize", "--sync", str(number))
+
+
 def give_keyboard(number):
     """What a window manager does when a window comes to the front, or the one before it goes away."""
     _xdotool("windowfocus", "--sync", str(number))

@@ -1,5 +1,6 @@
 #!/bin/sh
-# Runs a program on a virtual display of its own, with a private home and without a session bus.
+# Runs a program on a virtual display of its own, with a private home and an address of a session bus where none is:
+# without any, the bus library would look for one on the display.
 #   run_on_display.sh PROGRAM [ARGUMENT ...]
 # A program that hangs is killed after three minutes: one that tracks a menu does not listen to SIGTERM.
 set -eu
@@ -30,7 +31,7 @@ if [ -r /etc/GNUstep/GNUstep.conf ]; then
 fi
 
 status=0
-env -u DBUS_SESSION_BUS_ADDRESS -u WAYLAND_DISPLAY -u LANGUAGE \
+env -u WAYLAND_DISPLAY -u LANGUAGE DBUS_SESSION_BUS_ADDRESS="unix:path=$world/runtime/no-bus" \
   DISPLAY=":$number" HOME="$world/home" XDG_RUNTIME_DIR="$world/runtime" TMPDIR="$world/tmp" LC_ALL=C.UTF-8 \
   timeout -k 5 180 "$@" || status=$?
 exit "$status"
