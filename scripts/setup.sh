@@ -1,9 +1,10 @@
-# Sourced by ./run and ./test: what a fresh Debian machine lacks.
+# shellcheck shell=bash
+# Sourced by ./run and ./test: what a fresh Debian machine lacks, and what both say in the same words.
 
 # What builds and runs the helper.
 helper_packages=(
   g++ cmake ninja-build pkg-config
-  qt6-base-dev libgl-dev libboost1.81-dev libboost-json1.81-dev libboost-url1.81-dev libcurl4-openssl-dev
+  qt6-base-dev libgl-dev libsystemd-dev libboost1.81-dev libboost-json1.81-dev libboost-url1.81-dev libfast-float-dev
   curl ffmpeg yt-dlp
 )
 
@@ -15,11 +16,23 @@ demo_packages=(
 
 # What builds and runs the tests besides.
 test_packages=(
-  clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libgmock-dev git
+  clang clang-format clang-tidy libclang-rt-14-dev llvm libgtest-dev libgmock-dev git
   libgnustep-gui-dev gnustep-back0.29-cairo libobjc-12-dev libblocksruntime-dev xfonts-base libplist-utils
 )
 
+# What ./bench measures with, and the programs that it compares with.
+bench_packages=(
+  libbenchmark-dev libxcb1-dev libxcb-damage0-dev
+  transmission-qt uget youtubedl-gui syncthingtray
+)
+
 say() { printf '\033[1m%s\033[0m\n' "$*"; }
+
+# Ends with one line that says why.
+die() { printf '%s: %s\n' "${0##*/}" "$*" >&2; exit 2; }
+
+# Prints the comment at the beginning of a script.
+print_help() { sed -n '2,/^[^#]/{/^[^#]/!s/^# \{0,1\}//p}' "$1"; }
 
 missing_packages() {
   local package
@@ -34,14 +47,91 @@ install_packages() {
   local missing as_root=()
   mapfile -t missing < <(missing_packages "$@")
   [ ${#missing[@]} -gt 0 ] || return 0
+  command -v apt-get >/dev/null || die "no apt-get here; these packages of Debian 12 are needed: ${missing[*]}"
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || die "no sudo here; run as root: apt-get install ${missing[*]}"
+    as_root=(sudo)
+  fi
   say "Installing: ${missing[*]}"
-  [ "$(id -u)" -eq 0 ] || as_root=(sudo)
-  "${as_root[@]}" apt-get update -q
-  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}"
+  "${as_root[@]}" apt-get update -q &&
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+      apt-get install -q -y --no-install-recommends "${missing[@]}" ||
+    die "these packages could not be installed: ${missing[*]}"
 }
 
 # A Node.js of another origin than Debian's serves as well.
-node_package() { command -v node >/dev/null || echo nodejs; }
+add_node_package() { # ARRAY OF PACKAGES
+  local -n packages_=$1
+  if ! command -v node >/dev/null; then packages_+=(nodejs); fi
+}
+
+# Brings the compiler that checks the processor's types.
+add_npm_package() { # ARRAY OF PACKAGES
+  local -n packages_=$1
+  if ! command -v npm >/dev/null; then packages_+=(npm); fi
+}
+
+# The tests want a reporter that came with 18.15.
+require_node() { # PATH
+  local version major minor
+  version=$("$1" --version 2>/dev/null) || die "$1 is no Node.js that runs here"
+  IFS=. read -r major minor _ <<<"${version#v}"
+  [ "$major" -gt 18 ] || { [ "$major" -eq 18 ] && [ "$minor" -ge 15 ]; } ||
+    die "$1 is Node.js ${version#v}, and 18.15 or later is needed"
+}
+
+# Keeps a second run out of a folder of this tree's builds while this one lasts, and this one out when it is the second.
+lock_folder() { # FOLDER
+  local holder
+  { mkdir -p "$1" && exec 9<>"$1/run.lock"; } 2>/dev/null ||
+    die "$1 cannot be written; a copy of this tree can be built elsewhere"
+  if ! flock --nonblock 9; then
+    holder=$(cat "$1/run.lock")
+    die "another run uses this tree: process $holder. Wait for its end"
+  fi
+  echo $$ >"$1/run.lock"
+}
+
+build_preset() { # PRESET [TARGET ...]
+  local preset=$1 log=build/configure-$1.log
+  shift
+  cmake --preset "$preset" >"$log" 2>&1 || { cat "$log"; return 1; }
+  cmake --build --preset "$preset" ${1:+--target "$@"}
+}
+
+# Whether the display that the environment names takes connections.
+display_answers() {
+  local name=${DISPLAY:-} host number socket=${WAYLAND_DISPLAY:-}
+  if [ -n "$socket" ]; then
+    [[ $socket = /* ]] || socket=${XDG_RUNTIME_DIR:-}/$socket
+    if takes_connections --unix-socket "$socket"; then return 0; fi
+  fi
+  [[ $name =~ ^(.*):([0-9]+)(\.[0-9]+)?$ ]] || return 1
+  host=${BASH_REMATCH[1]} number=${BASH_REMATCH[2]}
+  if [[ -z $host || $host = unix ]]; then
+    socket=/tmp/.X11-unix/X$number
+    takes_connections --unix-socket "$socket" || takes_connections --abstract-unix-socket "$socket"
+  else
+    takes_connections "http://$host:$((6000 + number))/"
+  fi
+}
+
+# curl's status is 6 where there is no such host and 7 where nothing listens, but not when what listens does not speak
+# HTTP.
+takes_connections() { # CURL OPTION OR ADDRESS ...
+  local status=0
+  curl --disable --silent --noproxy '*' --max-time 2 --output /dev/null "$@" ${2:+http://localhost/} || status=$?
+  [ "$status" -ne 6 ] && [ "$status" -ne 7 ]
+}
+
+# Sockets stand in the temporary folder: their addresses take no blank and no more than 108 characters.
+use_short_temporary_folder() {
+  local folder=${TMPDIR:-/tmp}
+  if [[ ${#folder} -ge 54 || $folder =~ [^A-Za-z0-9/._-] || ! -w $folder || ! -d $folder ]]; then
+    echo "TMPDIR ($folder) cannot be used for sockets; /tmp serves instead."
+    export TMPDIR=/tmp
+  fi
+}
 
 # Lays out the resources folder beside an executable: $1 the folder, $2 to $5 node, yt-dlp, ffmpeg and ffprobe.
 stage_resources() {

@@ -1,0 +1,121 @@
+# shellcheck shell=bash
+# Sourced by ./test: what each suite does. A suite writes the report that it is counted by to $report.
+
+# The project's files that match the patterns, each ended by a NUL; without Git's help where the tree is no clone.
+source_files() { # PATTERN ...
+  if [ "$(git rev-parse --show-toplevel 2>/dev/null)" = "$root" ]; then
+    git ls-files -z -- "$@"
+  else
+    local pattern names=()
+    for pattern in "$@"; do names+=(-o -name "$pattern"); done
+    find . \( -path './build*' -o -name node_modules \) -prune -o -type f \( "${names[@]:1}" \) -print0
+  fi
+}
+
+suite_format() { source_files '*.h' '*.cpp' '*.mm' | xargs -0 clang-format --dry-run -Werror; }
+
+# GCC 12 resumes at a wrong address where a co_await stands in a condition.
+suite_await() {
+  ! source_files '*.h' '*.cpp' '*.mm' |
+    xargs -0 grep -nE '\b(if|while|for|switch) \(([^()]|\([^()]*\))*co_await'
+}
+
+run_tests() { # PRESET [CTEST OPTIONS ...]
+  ctest --test-dir "build/$1" --parallel "$(nproc)" --output-on-failure --progress --no-tests=error \
+    --output-junit "$report" "${@:2}"
+}
+
+# The tests of a folder carry its name as their label. What is in no other suite is in suite_backends.
+logic='app|async|import|model|protocol' faces='appkit|faces'
+suite_logic() {
+  local folder targets=()
+  for folder in ${logic//|/ }; do targets+=("tests/$folder/all"); done
+  build_preset gcc "${targets[@]}" && run_tests gcc --label-regex "^($logic)\$"
+}
+suite_backends() { build_preset gcc && run_tests gcc --label-exclude "^($logic|$faces)\$"; }
+suite_faces() {
+  build_preset gcc tests/faces/all tests/appkit/all && run_tests gcc --label-regex "^($faces)\$" && each_face_has_run
+}
+suite_optimised() { build_preset optimised && run_tests optimised; }
+suite_sanitize() { build_preset sanitize && run_tests sanitize; }
+suite_threads() { build_preset threads && run_tests threads; }
+
+# A face runs all its cases in one test; it says how many there were.
+each_face_has_run() {
+  local face
+  for face in Qt AppKit; do
+    grep -hE "^$face face: [0-9]+ cases" build/gcc/Testing/Temporary/LastTest.log || {
+      echo "The $face face ran no case."
+      return 1
+    }
+  done
+}
+
+# How a test that is no suite is counted: a file of the processor's tests, a C++ test (Group.Case) or a group of them.
+# Fails when there is no such test.
+case_format() { # NAME
+  case $1 in
+    processor/test/*.test.mjs) [ -f "$1" ] && echo tap ;;
+    *) [ -n "$(declarations "$1")" ] && echo junit ;;
+  esac
+}
+
+run_case() { # NAME
+  case $1 in
+    *.test.mjs) node_tests "$1" ;;
+    *) case $(declarations "$1") in
+      # A face runs all its cases in one test.
+      tests/faces/* | tests/appkit/*)
+        build_preset gcc tests/faces/all tests/appkit/all &&
+          GTEST_FILTER="*$1*" run_tests gcc --tests-regex '_(face|backend)_test$' ;;
+      *) build_preset gcc && run_tests gcc --tests-regex "(^|/)${1/./\\.}([./]|\$)" ;;
+    esac ;;
+  esac
+}
+
+# The files that declare a C++ test or group of tests.
+declarations() { # NAME
+  local group=${1%%.*} name=
+  [[ $1 =~ ^[A-Za-z0-9_]+(\.[A-Za-z0-9_]+)?$ ]] || return 0
+  if [[ $1 == *.* ]]; then name="\\s*${1#*.}\\s*\\)"; fi
+  grep -rlzP "\\bTEST(_F|_P)?\\(\\s*$group\\s*,$name" tests
+}
+
+# The compiler comes from npm's registry, once and in the version that the lock file holds.
+suite_types() (
+  cd processor || exit
+  if [ ! node_modules/.package-lock.json -nt package-lock.json ]; then npm ci || exit; fi
+  npm run types
+)
+
+suite_processor() { node_tests processor/test/*.test.mjs; }
+
+node_tests() { # FILE ...
+  timeout -k 10 900 node --test --test-reporter=spec --test-reporter-destination=stdout \
+    --test-reporter=tap --test-reporter-destination="$report" "$@"
+}
+
+# The parts of the other suites that could let a fault pass.
+suite_tools() { python_tests tests/desktop; }
+suite_commands() { python_tests tests/commands; }
+
+python_tests() { # FOLDER
+  set -o pipefail
+  python3 -m unittest discover --verbose --start-directory "$1" --pattern '*_test.py' 2>&1 | tee "$report"
+}
+
+suite_desktop() {
+  local bin=$root/build/optimised/bin
+  build_preset optimised zunto-helper || return 1
+  stage_resources "$bin/resources" "$(command -v node)" "$(command -v yt-dlp)" "$(command -v ffmpeg)" \
+    "$(command -v ffprobe)" &&
+    python3 tests/desktop/demo.py --helper "$bin/zunto-helper" --output "$reports/desktop" | tee "$report"
+}
+
+# The sources of the program; headers are read with them.
+suite_lint() {
+  local options=()
+  if [ "${CI:-}" = true ]; then options=(--all); fi
+  build_preset gcc && python3 scripts/test/lint.py "${options[@]}" build/gcc async platform protocol import app |
+    tee "$report"
+}

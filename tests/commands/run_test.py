@@ -1,0 +1,142 @@
+#!/usr/bin/python3
+"""./run as a newcomer may call it: what cannot work ends with one clear line, and nothing of the user's is lost."""
+
+import socket
+import tempfile
+import unittest
+from pathlib import Path
+
+from command_tree import CommandTree
+
+
+class Run(unittest.TestCase):
+    def setUp(self):
+        self.tree = CommandTree(self)
+
+    def refused(self, *arguments, **environment):
+        """The one line that says why."""
+        done = self.tree.call("run", *arguments, **environment)
+        self.assertNotEqual(done.returncode, 0)
+        self.assertNotIn("started", done.stdout)
+        self.assertNotIn("demonstration", done.stdout)
+        (line,) = done.stderr.splitlines()
+        return line
+
+    def demonstrated(self, *arguments, **environment):
+        done = self.tree.call("run", "--demo", *arguments, **environment)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return done.stdout.splitlines()[-1]
+
+    def test_demonstrates_where_there_is_no_display(self):
+        done = self.tree.call("run")
+        self.assertTrue(done.stdout.splitlines()[-1].startswith("demonstration: "), done.stdout + done.stderr)
+
+    def test_starts_the_helper_on_a_display_that_answers(self):
+        with tempfile.TemporaryDirectory() as folder, socket.socket(socket.AF_UNIX) as server:
+            server.bind(f"{folder}/wayland-1")
+            server.listen()
+            server.settimeout(20)
+            done = self.tree.call("run", "zunto-helper:?url=x", XDG_RUNTIME_DIR=folder, WAYLAND_DISPLAY="wayland-1")
+        self.assertEqual(done.stdout.splitlines()[-1], "helper started: zunto-helper:?url=x")
+
+    def test_refuses_a_display_that_does_not_answer(self):
+        for name in (":4077", "no-such-host:3", "localhost:4078.0", "nonsense"):
+            with self.subTest(name):
+                self.assertEqual(self.refused(DISPLAY=name),
+                                 f"run: the display {name} does not answer (./run --demo needs none)")
+        self.assertIn("wayland-9 does not answer",
+                      self.refused(WAYLAND_DISPLAY="wayland-9", XDG_RUNTIME_DIR="/nowhere"))
+
+    def test_refuses_what_it_does_not_understand(self):
+        for arguments, why in {
+            ("--output",): "--output takes a path (see ./run --help)",
+            ("--output", "--demo"): "--output takes a path (see ./run --help)",
+            ("--node", ""): "--node takes a path (see ./run --help)",
+            ("--yt-dlp", "missing"): "--yt-dlp takes a program, and missing is none",
+            ("--ffmpeg", "/"): "--ffmpeg takes a program, and / is none",
+            ("--bogus",): "unknown option --bogus (see ./run --help)",
+            ("https://e.org",): "https://e.org is no link that begins with zunto-helper: (see ./run --help)",
+        }.items():
+            with self.subTest(arguments):
+                self.assertEqual(self.refused(*arguments), f"run: {why}")
+
+    def test_paths_are_the_callers(self):
+        tool = self.tree.caller / "my-yt-dlp"
+        tool.write_text("#!/bin/sh\n", encoding="utf-8")
+        tool.chmod(0o755)
+        line = self.demonstrated("--output", "shown", "--yt-dlp", "./my-yt-dlp")
+        self.assertIn(f"--output {self.tree.caller}/shown", line)
+        staged = self.tree.root / "build/release/bin/resources/runtime/bin/yt-dlp"
+        self.assertEqual(staged.resolve(), tool)
+
+    def test_refuses_an_output_folder_that_cannot_serve(self):
+        (self.tree.caller / "file").touch()
+        self.assertIn("is not a folder", self.refused("--demo", "--output", "file"))
+        self.assertIn("cannot be made: Not a directory", self.refused("--demo", "--output", "file/below"))
+
+    def test_never_touches_files_of_the_users_in_the_output_folder(self):
+        for name in ("saved", "screenshots", "evidence"):
+            own = self.tree.caller / "shown" / name / "own.txt"
+            own.parent.mkdir(parents=True)
+            own.touch()
+            with self.subTest(name):
+                self.assertIn("which no demonstration has made", self.refused("--demo", "--output", "shown"))
+                self.assertTrue(own.exists())
+            own.unlink()
+
+    def test_refuses_a_node_that_is_too_old(self):
+        for version, why in {"echo v18.14.2": "is Node.js 18.14.2, and 18.15 or later is needed",
+                             "echo v16.20.2": "is Node.js 16.20.2, and 18.15 or later is needed",
+                             "exit 1": "is no Node.js that runs here"}.items():
+            self.tree.stand_in("node", version)
+            with self.subTest(version):
+                self.assertEqual(self.refused("--demo"), f"run: {self.tree.tools}/node {why}")
+
+    def test_says_which_packages_are_missing_where_it_cannot_install_them(self):
+        self.tree.stand_in("dpkg-query", 'case $* in *" ninja-build" | *" curl") exit 1 ;; *) echo installed ;; esac')
+        self.tree.stand_in("id", "echo 1000")
+        self.assertEqual(self.refused("--demo"), "run: no sudo here; run as root: apt-get install ninja-build curl")
+        (self.tree.tools / "apt-get").unlink()
+        self.assertEqual(self.refused("--demo"),
+                         "run: no apt-get here; these packages of Debian 12 are needed: ninja-build curl")
+
+    def test_installs_what_is_missing_as_root_by_sudo(self):
+        self.tree.stand_in("dpkg-query", 'case $* in *" ninja-build") exit 1 ;; *) echo installed ;; esac')
+        self.tree.stand_in("id", "echo 1000")
+        self.tree.stand_in("sudo", 'echo "sudo $*"')
+        done = self.tree.call("run", "--demo")
+        self.assertIn("sudo apt-get update -q\n", done.stdout)
+        self.assertRegex(done.stdout, r"sudo env .*apt-get install .* ninja-build\n")
+
+    def test_refuses_a_tree_in_which_nothing_can_be_written(self):
+        why = f"run: {self.tree.root}/build/release cannot be written; a copy of this tree can be built elsewhere"
+        self.tree.root.chmod(0o555)
+        self.assertEqual(self.refused("--demo", as_user=True), why)
+        self.tree.root.chmod(0o755)
+        (self.tree.root / "build").mkdir(mode=0o555)
+        self.assertEqual(self.refused("--demo", as_user=True), why)
+
+    def test_refuses_to_run_beside_another_demonstration_of_the_same_tree(self):
+        (self.tree.root / "tests/desktop/demo.py").write_text("import time; print('begun', flush=True); time.sleep(60)",
+                                                              encoding="utf-8")
+        first = self.tree.start("run", "--demo")
+        self.addCleanup(first.communicate)
+        self.addCleanup(first.kill)
+        while first.stdout.readline() not in ("begun\n", ""):
+            pass
+        self.assertEqual(self.refused("--demo"),
+                         f"run: another run uses this tree: process {first.pid}. Wait for its end")
+
+    def test_takes_a_temporary_folder_that_is_unfit_for_sockets_for_another_one(self):
+        with tempfile.TemporaryDirectory() as folder:
+            blank, long = Path(folder, "with blank"), Path(folder, "d" * 60)
+            blank.mkdir()
+            long.mkdir()
+            self.assertTrue(self.demonstrated(TMPDIR=folder).endswith(f" in {folder}"))
+            for unfit in (blank, long, Path(folder, "missing")):
+                with self.subTest(unfit):
+                    self.assertTrue(self.demonstrated(TMPDIR=str(unfit)).endswith(" in /tmp"))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,56 @@
+#!/usr/bin/python3
+"""What ./test takes and refuses."""
+
+import subprocess
+import unittest
+
+from command_tree import ROOT, CommandTree
+
+
+class Test(unittest.TestCase):
+    def test_help_names_every_suite_with_its_time(self):
+        done = subprocess.run([ROOT / "test", "--help"], capture_output=True, text=True, timeout=30, check=True)
+        self.assertRegex(done.stdout, r"\n  logic +\S.* \(about \d+ min\)\n")
+        self.assertRegex(done.stdout, r"\n  desktop +\S.* \(about \d+ min\)\n")
+
+    def test_refuses_what_it_does_not_know_before_it_removes_anything(self):
+        tree = CommandTree(self)
+        kept = tree.root / "build/reports/kept"
+        kept.parent.mkdir(parents=True)
+        kept.touch()
+        for name, why in {"--bogus": "unknown option --bogus (see ./test --help)",
+                          "nonsense": "there is no suite and no test named nonsense (see ./test --help)",
+                          "a b;": "there is no suite and no test named a b; (see ./test --help)"}.items():
+            with self.subTest(name):
+                done = tree.call("test", "format", name)
+                self.assertEqual((done.returncode, done.stderr), (2, f"test: {why}\n"))
+                self.assertTrue(kept.exists())
+
+    def test_knows_the_tests_of_the_tree_by_name(self):
+        script = f'root={ROOT}; cd {ROOT}; source scripts/test/suites.sh; case_format "$1"'
+        for name, form in {"AnalyzeFlow": "junit", "HelperDelegateEdgeCases": "junit", "FormFace": "junit",
+                           "processor/test/rules.test.mjs": "tap"}.items():
+            with self.subTest(name):
+                done = subprocess.run(["bash", "-c", script, "bash", name], capture_output=True, text=True, check=True)
+                self.assertEqual(done.stdout, f"{form}\n")
+
+    def test_refuses_an_old_node_instead_of_leaving_the_processors_tests_out(self):
+        tree = CommandTree(self)
+        tree.stand_in("node", "echo v18.14.2")
+        done = tree.call("test")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn("18.15 or later is needed", done.stderr)
+
+    def test_finds_the_sources_of_a_tree_that_is_no_clone(self):
+        tree = CommandTree(self)
+        for place in ("app/one.cpp", "app/one.h", "app/one.txt", "build/rooms/two.h", "build-old/three.cpp"):
+            (tree.root / place).parent.mkdir(parents=True, exist_ok=True)
+            (tree.root / place).touch()
+        tree.stand_in("clang-format", 'for name in "$@"; do echo "looked at $name"; done')
+        done = tree.call("test", "format")
+        self.assertEqual(sorted(line for line in done.stdout.splitlines() if line.startswith("looked at .")),
+                         ["looked at ./app/one.cpp", "looked at ./app/one.h"], done.stdout + done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
