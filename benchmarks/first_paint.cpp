@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 
@@ -35,6 +36,7 @@ class Screen {
     damageEvent_ = damage->first_event;
     xcb_damage_query_version(connection(), 1, 1);
     root_ = xcb_setup_roots_iterator(xcb_get_setup(connection())).data->root;
+    windowManager_ = findWindowManager();
     const std::uint32_t events = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
     xcb_change_window_attributes(connection(), root_, XCB_CW_EVENT_MASK, &events);
     // Answered only when all of that has taken effect.
@@ -66,7 +68,8 @@ class Screen {
   bool isPaint(const xcb_generic_event_t& event) {
     const int type = event.response_type & 0x7F;
     if (type == XCB_CREATE_NOTIFY) {
-      watch(reinterpret_cast<const xcb_create_notify_event_t&>(event).window);
+      const xcb_window_t window = reinterpret_cast<const xcb_create_notify_event_t&>(event).window;
+      if (!isFrame(window)) watch(window);
       return false;
     }
     if (type != damageEvent_ + XCB_DAMAGE_NOTIFY) return false;
@@ -77,6 +80,31 @@ class Screen {
     return 2U * drawn.area.width * drawn.area.height >= width * height;
   }
 
+  /// The window in which the window manager shows itself; 0 where there is none.
+  [[nodiscard]] xcb_window_t findWindowManager() const {
+    constexpr const char* name = "_NET_SUPPORTING_WM_CHECK";
+    const std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom{
+        xcb_intern_atom_reply(
+            connection(),
+            xcb_intern_atom(connection(), 0, static_cast<std::uint16_t>(std::strlen(name)), name), nullptr),
+        &std::free};
+    if (!atom) return 0;
+    const std::unique_ptr<xcb_get_property_reply_t, decltype(&std::free)> property{
+        xcb_get_property_reply(connection(),
+                               xcb_get_property(connection(), 0, root_, atom->atom, XCB_ATOM_WINDOW, 0, 1),
+                               nullptr),
+        &std::free};
+    if (!property || xcb_get_property_value_length(property.get()) != sizeof(xcb_window_t)) return 0;
+    return *static_cast<const xcb_window_t*>(xcb_get_property_value(property.get()));
+  }
+
+  /// The window manager draws a frame before the program has drawn anything. Each client's windows have
+  /// numbers of a range of its own.
+  [[nodiscard]] bool isFrame(xcb_window_t window) const {
+    const std::uint32_t mask = xcb_get_setup(connection())->resource_id_mask;
+    return windowManager_ != 0 && (window & ~mask) == (windowManager_ & ~mask);
+  }
+
   void watch(xcb_window_t window) {
     xcb_damage_create(connection(), xcb_generate_id(connection()), window,
                       XCB_DAMAGE_REPORT_LEVEL_BOUNDING_BOX);
@@ -85,6 +113,7 @@ class Screen {
 
   std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> connection_;
   xcb_window_t root_ = 0;
+  xcb_window_t windowManager_ = 0;
   int damageEvent_ = 0;
 };
 
