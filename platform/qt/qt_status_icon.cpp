@@ -1,8 +1,11 @@
 #include "platform/qt/qt_status_icon.h"
 
+#include <QIconEngine>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
+#include <algorithm>
+#include <memory>
 
 namespace zunto {
 
@@ -21,6 +24,28 @@ QPainterPath letterPath() {
   path.lineTo(0.71, 0.72);
   return path;
 }
+
+/// Draws a size when somebody asks for it: a start needs few of them, and the large ones cost the most.
+class StatusIconEngine final : public QIconEngine {
+ public:
+  explicit StatusIconEngine(StatusMark mark) : mark_(mark) {}
+
+  void paint(QPainter* painter, const QRect& area, QIcon::Mode, QIcon::State) override {
+    painter->drawImage(area, drawStatusIcon(std::min(area.width(), area.height()), mark_));
+  }
+  QPixmap pixmap(const QSize& size, QIcon::Mode, QIcon::State) override {
+    return QPixmap::fromImage(drawStatusIcon(std::min(size.width(), size.height()), mark_));
+  }
+  QList<QSize> availableSizes(QIcon::Mode, QIcon::State) override {
+    return {{16, 16}, {24, 24}, {32, 32}, {48, 48}, {64, 64}};
+  }
+  [[nodiscard]] QIconEngine* clone() const override {
+    return std::make_unique<StatusIconEngine>(mark_).release();  // Qt takes ownership
+  }
+
+ private:
+  StatusMark mark_;
+};
 
 }  // namespace
 
@@ -45,12 +70,6 @@ QImage drawStatusIcon(int side, StatusMark mark) {
   return image;
 }
 
-QIcon makeStatusIcon(StatusMark mark) {
-  QIcon icon;
-  for (const int side : {16, 22, 24, 32, 48, 64, 128, 256}) {
-    icon.addPixmap(QPixmap::fromImage(drawStatusIcon(side, mark)));
-  }
-  return icon;
-}
+QIcon makeStatusIcon(StatusMark mark) { return QIcon(std::make_unique<StatusIconEngine>(mark).release()); }
 
 }  // namespace zunto

@@ -15,7 +15,7 @@ enum class StatusMark {
 /// A square picture with `side` pixels.
 [[nodiscard]] QImage drawStatusIcon(int side, StatusMark mark);
 
-/// The same in the sizes that desktops ask for.
+/// The same in whatever size is asked for, drawn then.
 [[nodiscard]] QIcon makeStatusIcon(StatusMark mark);
 
 }  // namespace zunto
