@@ -186,8 +186,9 @@ void QtFocusKeeper::mirrorFlags(QWidget& widget, const Control& control) {
   const auto apply = [&] {
     if (widget.isEnabled() != control.isEnabled()) widget.setEnabled(control.isEnabled());
     // A new widget counts as hidden until its window is shown, when it comes up all the same unless told.
-    const bool isTold = widget.testAttribute(Qt::WA_WState_ExplicitShowHide);
-    if (!isTold || widget.isHidden() != control.isHidden()) widget.setHidden(control.isHidden());
+    // Telling it so would lay it out, without the place that it will have.
+    const bool isHidden = widget.testAttribute(Qt::WA_WState_ExplicitShowHide) && widget.isHidden();
+    if (isHidden != control.isHidden()) widget.setHidden(control.isHidden());
   };
   const QWidget* window = widget.window();
   if (window->focusWidget() == &widget) {

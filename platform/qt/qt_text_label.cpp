@@ -110,10 +110,10 @@ void QtTextLabel::mirrorText() {
   if (full == text() && !accessibleName().isNull()) return;
   const bool isAnnounced = !accessibleName().isNull();
   setText(full);
+  sizeHint_.reset();
   const std::string& givenName = model_.accessibleName();
   setAccessibleName(givenName.empty() ? full : toQString(givenName));
   updateGeometry();
-  updateToolTip();
   if (!isAnnounced || !isVisible()) return;
   QAccessibleEvent nameChange(this, QAccessible::NameChanged);
   QAccessible::updateAccessibility(&nameChange);
@@ -128,6 +128,12 @@ int QtTextLabel::heightForWidth(int width) const {
 }
 
 QSize QtTextLabel::sizeHint() const {
+  // Layouts ask several times for what takes the shaping of the whole text.
+  if (!sizeHint_) sizeHint_ = naturalSize();
+  return *sizeHint_;
+}
+
+QSize QtTextLabel::naturalSize() const {
   const QFontMetrics metrics = fontMetrics();
   QString text = QLabel::text();
   text.replace(QLatin1Char('\n'), QLatin1Char(' '));
@@ -187,9 +193,10 @@ void QtTextLabel::paintEvent(QPaintEvent*) {
   }
 }
 
-void QtTextLabel::resizeEvent(QResizeEvent* event) {
-  QLabel::resizeEvent(event);
-  updateToolTip();
+bool QtTextLabel::event(QEvent* event) {
+  // Only now is it worth its layout.
+  if (event->type() == QEvent::ToolTip) updateToolTip();
+  return QLabel::event(event);
 }
 
 void QtTextLabel::changeEvent(QEvent* event) {
@@ -205,6 +212,7 @@ void QtTextLabel::applyFont() {
   isApplyingFont_ = true;
   setFont(nativeFont(style_.font, *this));
   isApplyingFont_ = false;
+  sizeHint_.reset();
   updateGeometry();
 }
 

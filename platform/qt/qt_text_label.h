@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QTextLayout>
 #include <memory>
+#include <optional>
 
 #include "platform/model/controls.h"
 
@@ -29,11 +30,12 @@ class QtTextLabel final : public QLabel {
   [[nodiscard]] QStringList shownLines() const { return breakLines(contentsRect().width()); }
 
  protected:
+  bool event(QEvent* event) override;
   void paintEvent(QPaintEvent* event) override;
-  void resizeEvent(QResizeEvent* event) override;
   void changeEvent(QEvent* event) override;
 
  private:
+  [[nodiscard]] QSize naturalSize() const;
   void applyFont();
   void updateToolTip();
   [[nodiscard]] int maximumLines() const { return style_.wraps ? style_.maximumLines : 1; }
@@ -42,6 +44,7 @@ class QtTextLabel final : public QLabel {
   const Label& model_;
   LabelStyle style_;
   bool isApplyingFont_ = false;
+  mutable std::optional<QSize> sizeHint_;  ///< until the text or the font changes
 };
 
 /// `palette`'s text colour, toned down as far as it stays readable on the window's background.
