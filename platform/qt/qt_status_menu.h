@@ -20,13 +20,18 @@ class QtStatusMenu final : public Observable {
     notify();
   }
 
-  /// Whether a host of the desktop shows the item; else windows offer the menu themselves.
-  [[nodiscard]] bool isShownByDesktop() const { return shownByDesktop_; }
-  void setShownByDesktop(bool shown) { assign(shownByDesktop_, shown); }
+  enum class Host {
+    unknown,  ///< the desktop has been asked and has not answered
+    none,     ///< nobody shows the item: windows offer the menu themselves
+    shows     ///< a host of the desktop shows the item
+  };
+
+  [[nodiscard]] Host host() const { return host_; }
+  void setHost(Host host) { assign(host_, host); }
 
  private:
   std::weak_ptr<StatusItem> item_;
-  bool shownByDesktop_ = false;
+  Host host_ = Host::none;
 };
 
 }  // namespace zunto

@@ -7,6 +7,7 @@
 #include <QDBusPendingReply>
 #include <QDBusVariant>
 #include <QtEndian>
+#include <chrono>
 #include <utility>
 
 #include "platform/qt/qt_status_icon.h"
@@ -121,6 +122,9 @@ constexpr const char* itemDescription = R"xml(
   </interface>
 )xml";
 
+/// How long windows go without the menu before the desktop has said whether it shows it.
+constexpr std::chrono::milliseconds patienceWithHost(500);
+
 /// A call to the bus itself. Its answer, if any, is nobody's business: a bus may take its time.
 QDBusMessage busCall(const QString& method, const QVariantList& arguments) {
   QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
@@ -161,7 +165,7 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
   QObject::connect(&watcherPresence_, &QDBusServiceWatcher::serviceOwnerChanged, &replyContext_,
                    [this](const QString&, const QString&, const QString& owner) {
                      if (owner.isEmpty()) {
-                       statusMenu_.setShownByDesktop(false);
+                       statusMenu_.setHost(QtStatusMenu::Host::none);
                      } else {
                        announce();
                      }
@@ -177,11 +181,15 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
   bus_.connect(QString(), QStringLiteral("/org/freedesktop/DBus/Local"),
                QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), &hostNews_,
                SLOT(start()));
+  statusMenu_.setHost(QtStatusMenu::Host::unknown);
   announce();
+  QTimer::singleShot(patienceWithHost, &replyContext_, [this] {
+    if (statusMenu_.host() == QtStatusMenu::Host::unknown) statusMenu_.setHost(QtStatusMenu::Host::none);
+  });
 }
 
 QtStatusNotifier::~QtStatusNotifier() {
-  statusMenu_.setShownByDesktop(false);
+  statusMenu_.setHost(QtStatusMenu::Host::none);
   // The watcher forgets the item when its name is gone.
   bus_.send(busCall(QStringLiteral("ReleaseName"), {serviceName_}));
 }
@@ -193,7 +201,11 @@ void QtStatusNotifier::announce() {
   QObject::connect(watcher.get(), &QDBusPendingCallWatcher::finished, &replyContext_,
                    [this](QDBusPendingCallWatcher* finished) {
                      finished->deleteLater();
-                     if (!finished->isError()) askForHost();
+                     if (finished->isError()) {
+                       statusMenu_.setHost(QtStatusMenu::Host::none);
+                     } else {
+                       askForHost();
+                     }
                    });
   static_cast<void>(watcher.release());  // its parent owns it
 }
@@ -207,7 +219,8 @@ void QtStatusNotifier::askForHost() {
                    [this](QDBusPendingCallWatcher* finished) {
                      finished->deleteLater();
                      const QDBusPendingReply<QDBusVariant> reply = *finished;
-                     statusMenu_.setShownByDesktop(!reply.isError() && reply.value().variant().toBool());
+                     const bool isShown = !reply.isError() && reply.value().variant().toBool();
+                     statusMenu_.setHost(isShown ? QtStatusMenu::Host::shows : QtStatusMenu::Host::none);
                    });
   static_cast<void>(watcher.release());  // its parent owns it
 }

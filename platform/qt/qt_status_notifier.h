@@ -21,8 +21,8 @@ namespace zunto {
 
 class QtStatusNotifier {
  public:
-  /// Shows `item` while this object lives, and tells `statusMenu` whether a host of the desktop shows it.
-  /// Both must outlive this object.
+  /// Shows `item` while this object lives, and tells `statusMenu` whether a host of the desktop shows it:
+  /// unknown at first, for half a second at most. Both must outlive this object.
   QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStatusMenu& statusMenu);
   QtStatusNotifier(const QtStatusNotifier&) = delete;
   QtStatusNotifier& operator=(const QtStatusNotifier&) = delete;

@@ -19,7 +19,6 @@
 #include "platform/qt/qt_controls.h"
 #include "platform/qt/qt_menu_actions.h"
 #include "platform/qt/qt_stack_layout.h"
-#include "platform/qt/qt_status_icon.h"
 #include "platform/qt/qt_text.h"
 
 namespace zunto {
@@ -65,11 +64,8 @@ class ContentWidget final : public QWidget {
 /// The status menu in one window: its keys always, its menu bar while the desktop does not show the menu.
 class WindowStatusMenu {
  public:
-  WindowStatusMenu(QtStatusMenu& statusMenu, QWidget& window, QMenuBar& bar)
-      : statusMenu_(statusMenu), window_(window), bar_(bar) {
+  WindowStatusMenu(QtStatusMenu& statusMenu, QWidget& window) : statusMenu_(statusMenu), window_(window) {
     menu_.menuAction()->setMenuRole(QAction::NoRole);
-    bar_.addMenu(&menu_);
-    bar_.hide();
     changes_ = statusMenu_.observe([this] { mirror(); });
     mirror();
   }
@@ -96,21 +92,33 @@ class WindowStatusMenu {
     }
     menu_.setTitle(item ? withoutMnemonic(item->buttonTitle()) : QString());
     menu_.setAccessibleName(menu_.title());
-    showBar(shown && !statusMenu_.isShownByDesktop());
+    showBar(shown && statusMenu_.host() == QtStatusMenu::Host::none);
+  }
+
+  /// Made when a desktop first needs it: with a tray it never does, and its pictures bring Qt's image
+  /// readers.
+  void makeBar() {
+    auto bar = std::make_unique<QMenuBar>(&window_);
+    bar->addMenu(&menu_);
+    bar->hide();
+    bar_ = bar.get();
+    window_.layout()->setMenuBar(bar.release());
   }
 
   /// The bar comes on top of the content, which keeps its size.
   void showBar(bool isShown) {
-    if (bar_.isHidden() != isShown) return;
-    const int change = (isShown ? 1 : -1) * bar_.sizeHint().height();
-    bar_.setVisible(isShown);
+    const bool wasShown = bar_ != nullptr && !bar_->isHidden();
+    if (isShown == wasShown) return;
+    if (bar_ == nullptr) makeBar();
+    const int change = (isShown ? 1 : -1) * bar_->sizeHint().height();
+    bar_->setVisible(isShown);
     const bool isFree = !window_.isMaximized() && !window_.isFullScreen();
     if (isFree) window_.resize(window_.width(), window_.height() + change);
   }
 
   QtStatusMenu& statusMenu_;
   QWidget& window_;
-  QMenuBar& bar_;
+  QMenuBar* bar_ = nullptr;  ///< a child of the window; null until it is first shown
   QMenu menu_;
   std::weak_ptr<StatusItem> item_;
   std::shared_ptr<const Menu> shown_;
@@ -123,21 +131,16 @@ class NativeWindow final : public QWidget {
  public:
   NativeWindow(Window& model, QtStatusMenu& statusMenu) : QWidget(nullptr, Qt::Window), model_(model) {
     setWindowTitle(toQString(model.spec().title));
-    setWindowIcon(makeStatusIcon(StatusMark::none));
-    auto bar = std::make_unique<QMenuBar>(this);
-    bar_ = bar.get();
     auto content = std::make_unique<ContentWidget>(model.spec(), focus_, this);
     auto layout = std::make_unique<QVBoxLayout>();
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     layout->setSizeConstraint(QLayout::SetNoConstraint);
-    layout->setMenuBar(bar.release());
     layout->addWidget(content.release());
     setLayout(layout.release());
-    statusMenu_.emplace(statusMenu, *this, *bar_);
     updateMinimumSize();
-    const int barHeight = bar_->isHidden() ? 0 : bar_->sizeHint().height();
-    resize((nativeSize(model.spec().contentSize) + QSize(0, barHeight)).expandedTo(minimumSize()));
+    resize(nativeSize(model.spec().contentSize).expandedTo(minimumSize()));
+    statusMenu_.emplace(statusMenu, *this);
     // The keyboard starts at the first control.
     focusNextChild();
   }
@@ -204,7 +207,6 @@ class NativeWindow final : public QWidget {
 
   Window& model_;
   QtFocusKeeper focus_;
-  QMenuBar* bar_ = nullptr;  ///< a child of this window
   std::optional<WindowStatusMenu> statusMenu_;
 };
 

@@ -78,7 +78,8 @@ class QtStatusItems : public QtTest {
     item->setMenu(menu);
   }
   bool isShown(bool shown) {
-    return runUntil([this, shown] { return bar.statusMenu().isShownByDesktop() == shown; });
+    const auto host = shown ? QtStatusMenu::Host::shows : QtStatusMenu::Host::none;
+    return runUntil([this, host] { return bar.statusMenu().host() == host; });
   }
   /// What the item answers to a call of the desktop.
   QDBusMessage ask(const QString& path, const QString& interface, const QString& method,
@@ -111,8 +112,24 @@ class QtStatusItems : public QtTest {
 
 TEST_F(QtStatusItems, IsNotShownWithoutAWatcher) {
   makeItem();
-  runTurns();
-  EXPECT_FALSE(bar.statusMenu().isShownByDesktop());
+  EXPECT_TRUE(isShown(false));
+}
+
+TEST_F(QtStatusItems, LeavesItOpenWhoShowsItUntilTheDesktopHasAnswered) {
+  const Watcher watcher(desktop, true);
+  makeItem();
+  EXPECT_EQ(bar.statusMenu().host(), QtStatusMenu::Host::unknown);
+  std::vector<QtStatusMenu::Host> seen;
+  const auto changes = bar.statusMenu().observe([&] { seen.push_back(bar.statusMenu().host()); });
+  EXPECT_TRUE(isShown(true));
+  EXPECT_EQ(seen, std::vector{QtStatusMenu::Host::shows});
+}
+
+TEST_F(QtStatusItems, ADesktopThatDoesNotAnswerShowsNothing) {
+  bus.hang();
+  makeItem();
+  EXPECT_EQ(bar.statusMenu().host(), QtStatusMenu::Host::unknown);
+  EXPECT_TRUE(isShown(false));
 }
 
 TEST_F(QtStatusItems, RegistersWithTheWatcherThatIsThere) {
@@ -138,8 +155,7 @@ TEST_F(QtStatusItems, FollowsTheHostsComingAndGoing) {
   Watcher watcher(desktop, false);
   makeItem();
   ASSERT_TRUE(runUntil([&watcher] { return !watcher.registered().isEmpty(); }));
-  runTurns();
-  EXPECT_FALSE(bar.statusMenu().isShownByDesktop());
+  EXPECT_TRUE(isShown(false));
   watcher.setHasHost(true);
   EXPECT_TRUE(isShown(true));
   watcher.setHasHost(false);
@@ -236,7 +252,7 @@ TEST_F(QtStatusItems, GoesFromTheDesktopWithItsOwner) {
   ASSERT_TRUE(isShown(true));
   const QString name = watcher.registered()[0];
   item.reset();
-  EXPECT_FALSE(bar.statusMenu().isShownByDesktop());
+  EXPECT_EQ(bar.statusMenu().host(), QtStatusMenu::Host::none);
   EXPECT_EQ(bar.statusMenu().item(), nullptr);
   EXPECT_TRUE(runUntil([&] { return !desktop.interface()->isServiceRegistered(name).value(); }));
 }
@@ -267,7 +283,7 @@ TEST_F(QtTest, StatusItemWithoutABusStaysInTheWindows) {
   QtStatusBar bar(std::nullopt);
   const auto item = bar.makeStatusItem();
   EXPECT_EQ(bar.statusMenu().item(), item);
-  EXPECT_FALSE(bar.statusMenu().isShownByDesktop());
+  EXPECT_EQ(bar.statusMenu().host(), QtStatusMenu::Host::none);
 }
 
 TEST_F(QtTest, IconShowsADotForHealth) {

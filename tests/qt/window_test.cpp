@@ -268,9 +268,9 @@ TEST_F(QtWindows, MenuStandsInTheWindowWhileTheDesktopDoesNotShowIt) {
   EXPECT_TRUE(menu->actions()[1]->isSeparator());
   menu->actions()[2]->trigger();
   EXPECT_EQ(opened, 1);
-  statusMenu.setShownByDesktop(true);
+  statusMenu.setHost(QtStatusMenu::Host::shows);
   EXPECT_FALSE(menuBar().isVisible());
-  statusMenu.setShownByDesktop(false);
+  statusMenu.setHost(QtStatusMenu::Host::none);
   EXPECT_TRUE(menuBar().isVisible());
 }
 
@@ -278,25 +278,38 @@ TEST_F(QtWindows, ContentKeepsItsSizeWhenTheMenuBarComesAndGoes) {
   const auto item = giveStatusMenu();
   show();
   EXPECT_EQ(native->size(), QSize(680, 520 + menuBar().height()));
-  statusMenu.setShownByDesktop(true);
+  statusMenu.setHost(QtStatusMenu::Host::shows);
   runTurns();
   EXPECT_EQ(native->size(), QSize(680, 520));
   EXPECT_EQ(native->minimumSize(), QSize(600, 470));
-  statusMenu.setShownByDesktop(false);
+  statusMenu.setHost(QtStatusMenu::Host::none);
   runTurns();
   EXPECT_EQ(native->size(), QSize(680, 520 + menuBar().height()));
 }
 
 TEST_F(QtWindows, NoMenuBarStandsThereWithoutAStatusItem) {
   show();
-  EXPECT_FALSE(menuBar().isVisible());
+  EXPECT_EQ(native->findChild<QMenuBar*>(), nullptr);
+}
+
+TEST_F(QtWindows, NoMenuBarFlashesBeforeTheDesktopHasSaidThatItShowsTheMenu) {
+  statusMenu.setHost(QtStatusMenu::Host::unknown);
+  const auto item = giveStatusMenu();
+  show();
+  EXPECT_EQ(native->findChild<QMenuBar*>(), nullptr);
+  EXPECT_EQ(native->size(), QSize(680, 520));
+  statusMenu.setHost(QtStatusMenu::Host::shows);
+  runTurns();
+  EXPECT_EQ(native->findChild<QMenuBar*>(), nullptr);
+  statusMenu.setHost(QtStatusMenu::Host::none);
+  EXPECT_TRUE(menuBar().isVisible());
 }
 
 TEST_F(QtWindows, TheMenusKeysAreTheWindowsWithAndWithoutItsMenuBar) {
   const auto item = giveStatusMenu();
   show();
-  for (const bool shownByDesktop : {false, true}) {
-    statusMenu.setShownByDesktop(shownByDesktop);
+  for (const auto host : {QtStatusMenu::Host::none, QtStatusMenu::Host::shows}) {
+    statusMenu.setHost(host);
     ASSERT_EQ(native->actions().size(), 3);
     EXPECT_EQ(native->actions()[2]->shortcut().toString().toStdString(), "Ctrl+D");
     EXPECT_EQ(native->actions()[2]->shortcutContext(), Qt::WindowShortcut);
