@@ -24,12 +24,14 @@ _MIB = 1 << 20
 
 
 class Subject:
-    """What is measured: the helper's executable, the folder of the measuring programs, the world they run in."""
+    """What is measured: the helper's executable, the folder of the measuring programs, and the world they run in,
+    a desktop with a tray."""
 
-    def __init__(self, root, bin_folder, world, quick):
+    def __init__(self, root, bin_folder, world, tray, quick):
         self.root = root
         self.bin = bin_folder
         self.world = world
+        self.tray = tray
         self.quick = quick
         self.helper = _with_instant_processor(root, bin_folder, world)
         self.bare = bin_folder / "bare_window"
@@ -209,22 +211,18 @@ def saving(subject):
 
 def readiness(subject):
     """From the moment the processor listens to the helper showing it, beyond the pause of 150 ms and one probe."""
-    from tray_host import TrayHost
-
     curl = ["/usr/bin/curl", "--fail", "--silent", "--max-time", "1"]
     waits, probes = [], []
     listening = subject.world.folder / "listening"
-    with TrayHost() as host:
-        for round_number in range(4 if subject.quick else 20):
-            listening.unlink(missing_ok=True)
-            host.forget()
-            delay = random.Random(round_number).randrange(150)
-            with subject.painted(subject.helper, BENCH_LISTENING_FILE=str(listening),
-                                 BENCH_LISTEN_DELAY_MS=str(delay)):
-                shown = host.wait_for_title("Z/UNTO ●", 20)
-                waits.append((shown - int(listening.read_text(encoding="ascii"))) / 1e6)
-                health = [*curl, "http://127.0.0.1:43127/health"]
-                probes.append(run_for_cost(health, stdout=subprocess.DEVNULL)[0] * 1e3)
+    for round_number in range(4 if subject.quick else 20):
+        listening.unlink(missing_ok=True)
+        subject.tray.forget()
+        delay = random.Random(round_number).randrange(150)
+        with subject.painted(subject.helper, BENCH_LISTENING_FILE=str(listening), BENCH_LISTEN_DELAY_MS=str(delay)):
+            shown = subject.tray.wait_for_title("Z/UNTO ●", 20)
+            waits.append((shown - int(listening.read_text(encoding="ascii"))) / 1e6)
+            health = [*curl, "http://127.0.0.1:43127/health"]
+            probes.append(run_for_cost(health, stdout=subprocess.DEVNULL)[0] * 1e3)
     floor = 150 + statistics.median(probes)
     beyond = max(waits) - floor
     yield Row("processor listening to Ready, at worst beyond", "the pause and one probe", 20, beyond, "ms", waits,

@@ -15,6 +15,7 @@ import measures  # noqa: E402
 import network  # noqa: E402
 import report  # noqa: E402
 from private_world import PrivateWorld  # noqa: E402
+from tray_host import TrayHost  # noqa: E402
 
 
 def main():
@@ -25,8 +26,8 @@ def main():
     if options.only:
         chosen = [measure for measure in measures.ALL if measure.__name__ in options.only]
     rows = []
-    with PrivateWorld() as world:
-        subject = measures.Subject(_ROOT, options.bin, world, options.quick)
+    with PrivateWorld() as world, TrayHost() as tray:
+        subject = measures.Subject(_ROOT, options.bin, world, tray, options.quick)
         for measure in chosen:
             started = time.monotonic()
             for row in _rows_of(measure, subject):

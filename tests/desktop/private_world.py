@@ -5,6 +5,7 @@ import secrets
 import shutil
 import subprocess
 import tempfile
+import time
 from pathlib import Path
 
 import processes
@@ -42,6 +43,7 @@ class PrivateWorld:
             # Frames tell a dialog from the window behind it, for the eye and in the pictures.
             self._start(["openbox", "--sm-disable"], "windows.log")
             os.environ["DBUS_SESSION_BUS_ADDRESS"] = self._start_session_bus()
+            self._await_window_manager()
         except BaseException:
             self.__exit__()
             raise
@@ -117,6 +119,15 @@ class PrivateWorld:
         if not address:
             raise RuntimeError("dbus-daemon did not start: " + self._log("bus.log"))
         return address
+
+    def _await_window_manager(self):
+        """A window that comes before it has no frame."""
+        for _ in range(500):
+            root = subprocess.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], capture_output=True, text=True)
+            if "window id" in root.stdout:
+                return
+            time.sleep(0.02)
+        raise RuntimeError("openbox did not start: " + self._log("windows.log"))
 
     def _start(self, command, log, **options):
         with open(self.folder / log, "wb") as output:
