@@ -5,26 +5,26 @@ import {createServer} from 'node:http';
 import {writeFileSync} from 'node:fs';
 
 const media = {
-  title: 'A film',
   duration: 3725,
   formats: [{quality: '1080p'}, {quality: '720p'}, {quality: '480p'}],
   subtitles: [{id: 'en', label: 'English'}, {id: 'de', label: 'Deutsch'}],
 };
 const result = Buffer.alloc(64 * 1024, 'x');
+let analyses = 0;
 let jobs = 0;
 
 function answer(request, response) {
   const path = request.url;
   request.resume();
   if (path === '/health') return send(response, 200, {status: 'ok'}, {'X-ZUNTO-Session-Token': 'of-the-bench-1234'});
-  if (path === '/probe') return send(response, 202, {jobId: `probe-${++jobs}`, status: 'queued'});
+  if (path === '/probe') return send(response, 202, {jobId: `probe-${++analyses}`, status: 'queued'});
   if (path === '/jobs') return send(response, 202, {jobId: `job-${++jobs}`, status: 'queued'});
   if (path.endsWith('/result')) {
     response.writeHead(200, {'Content-Type': 'application/octet-stream', 'Content-Length': result.length});
     return response.end(result);
   }
   const id = path.split('/').pop();
-  const found = {jobId: id, status: 'completed', progress: 100, ...media};
+  const found = {jobId: id, status: 'completed', progress: 100, title: `Film ${analyses}`, ...media};
   if (id.startsWith('job')) found.result = {kind: 'file', filename: 'film.mp4'};
   return send(response, 200, found);
 }

@@ -1,6 +1,7 @@
 """The measures, one function for each group of goals; each answers rows of the report."""
 
 import contextlib
+import itertools
 import json
 import os
 import random
@@ -231,7 +232,7 @@ def readiness(subject):
 
 def endurance(subject):
     """A day's work through the real window, by its controls: the helper must weigh afterwards what it did before."""
-    from helper_program import ANALYZED, READY, HelperProgram
+    from helper_program import READY, HelperProgram
     from steps import wait_until
 
     analyses, downloads, warm = (60, 8, 4) if subject.quick else (1000, 200, 10)
@@ -239,9 +240,13 @@ def endurance(subject):
     saved = subject.world.home / "saved"
     saved.mkdir()
 
+    numbers = itertools.count(1)
+
     def analyze():
+        title = f"Film {next(numbers)}"
         helper.press("Analyze")
-        wait_until(lambda: helper.button("Analyze").is_enabled and helper.status() == ANALYZED, "an analysis", 20, 0.01)
+        wait_until(lambda: helper.title_and_detail()[0] == title and helper.button("Analyze").is_enabled, title, 20,
+                   0.01)
 
     def download(number):
         path = saved / f"film-{number}.mp4"
