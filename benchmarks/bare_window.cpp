@@ -54,7 +54,9 @@ int main(int argc, char** argv) {
   auto* rows = new QVBoxLayout(&window);
   rows->addWidget(label("Media Import", 20));
   rows->addWidget(label("Paste a link. Analyze available formats, then save video, audio, or a subtitle."));
-  row(*rows, {new QLineEdit, button("Paste"), button("Analyze")});
+  auto* field = new QLineEdit;
+  field->setPlaceholderText(QStringLiteral("https://youtube.com/watch?v=… or https://bilibili.com/video/…"));
+  row(*rows, {field, button("Paste"), button("Analyze")});
   auto* check = new QCheckBox(QStringLiteral("I own this media or have permission to download and use it."));
   check->setChecked(true);
   rows->addWidget(check);
