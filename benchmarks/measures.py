@@ -284,8 +284,7 @@ def endurance(subject):
 def building(subject):
     """What a change costs who works on it."""
     with tempfile.TemporaryDirectory() as folder:
-        configure = ["cmake", "-S", subject.root, "-B", folder, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-                     "-DZUNTO_TESTS=OFF"]
+        configure = ["cmake", "-S", subject.root, "--preset", "release", "-B", folder]
         environment = {name: value for name, value in os.environ.items() if "COMPILER_LAUNCHER" not in name}
         options = {"stdout": subprocess.DEVNULL, "env": environment}
         subprocess.run(configure, check=True, **options)
