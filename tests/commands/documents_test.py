@@ -60,13 +60,40 @@ class SecurityReview(unittest.TestCase):
                           if not name or name[1] not in known], [])
 
 
-class Links(unittest.TestCase):
-    def test_between_documents_lead_to_files(self):
+class Places(unittest.TestCase):
+    """What documents name must be there."""
+
+    def check(self, pattern, place):
+        seen = 0
         for document in documents():
-            for target in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)|<img src=\"([^\":]+)\"",
-                                     document.read_text(encoding="utf-8")):
-                with self.subTest(document.name, target=target):
-                    self.assertTrue((document.parent / (target[0] or target[1])).exists())
+            for named in re.findall(pattern, document.read_text(encoding="utf-8")):
+                with self.subTest(document.name, named=named):
+                    self.assertTrue(place(document, named).exists())
+                    seen += 1
+        self.assertGreater(seen, 10)
+
+    def test_links_lead_to_files(self):
+        self.check(r"\]\(([^)#:]+)", lambda document, target: document.parent / target)
+
+    def test_paths_below_a_folder_of_the_tree_exist(self):
+        folders = "|".join(sorted(path.name for path in ROOT.iterdir() if path.is_dir() and path.name != "build"))
+        self.check(rf"`((?:{folders})/[\w./-]+)", lambda _, path: ROOT / path)
+
+
+class WhenItDoesNotWork(unittest.TestCase):
+    """The README's table of troubles, whose first column is quoted from the program. *name* is told by the occasion."""
+
+    def test_quotes_the_program_word_for_word(self):
+        text = README.read_text(encoding="utf-8").split("\n## When it does not work\n")[1].split("\n## ")[0]
+        quotes = re.findall(r'^\| "(.+)" \|', text, re.MULTILINE)
+        self.assertGreater(len(quotes), 5)
+        sources = [file for room in ("app", "import", "protocol", "platform") for file in ROOT.glob(f"{room}/**/*.cpp")]
+        said = "\n".join(file.read_text(encoding="utf-8") for file in [*sources, *ROOT.glob("processor/src/*.mjs")])
+        # A long sentence is written in several literals.
+        said = re.sub(r'"\s*\n\s*"', "", said)
+        for quote in quotes:
+            with self.subTest(quote):
+                self.assertEqual([part for part in re.split(r"\*\w+\*", quote) if part not in said], [])
 
 
 if __name__ == "__main__":
