@@ -5,6 +5,7 @@ import fcntl
 import os
 import socket
 import struct
+from collections import Counter
 
 HELPER_PORT = 43127
 
@@ -13,6 +14,8 @@ _CLONE_NEWUSER = 0x10000000
 _SIOCGIFFLAGS = 0x8913
 _SIOCSIFFLAGS = 0x8914
 _IFF_UP = 0x1
+
+_OTHER_ATTEMPTS = ("Ip OutNoRoutes", "Udp OutDatagrams", "Ip6OutNoRoutes", "Udp6OutDatagrams")
 
 
 def enter_private_network():
@@ -42,6 +45,33 @@ def port_is_free(port=HELPER_PORT):
         except OSError:
             return False
         return True
+
+
+def has_only_loopback():
+    return [line.split(":")[0].strip() for line in _read("/proc/net/dev").splitlines() if ":" in line] == ["lo"]
+
+
+def attempts():
+    """What has been tried in this network so far: how many TCP connections, and how much else, such as a question for
+    the address of a name, or a connection that found no way."""
+    counts = _counts()
+    return counts["Tcp ActiveOpens"], sum(counts[name] for name in _OTHER_ATTEMPTS)
+
+
+def _counts():
+    counts = {}
+    lines = [line.split() for line in _read("/proc/net/snmp").splitlines()]
+    for names, values in zip(lines[::2], lines[1::2]):
+        kind = names[0].rstrip(":")
+        counts |= {f"{kind} {name}": int(value) for name, value in zip(names[1:], values[1:])}
+    if os.path.exists("/proc/net/snmp6"):
+        counts |= {name: int(value) for name, value in map(str.split, _read("/proc/net/snmp6").splitlines())}
+    return Counter(counts)
+
+
+def _read(path):
+    with open(path, encoding="ascii") as file:
+        return file.read()
 
 
 def _bring_loopback_up():

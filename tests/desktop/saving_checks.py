@@ -1,11 +1,14 @@
 """What may go wrong with the result's last way, into the user's folder, and with the log; and who else may be on
 the port."""
 
+import contextlib
 import os
 import shutil
+import socket
 import tempfile
 from pathlib import Path
 
+import network
 from helper_program import ANALYZED, READY, READY_LINE, STOPPED_LINE
 from lifecycle_checks import start_helper
 from stand_in_processor import FILE_NAME, NotHttp, StandInProcessor
@@ -13,12 +16,14 @@ from steps import Failure, Step, require, require_equal, stays, wait_until
 
 _COULD_NOT_START = "ZUNTO Helper could not start. Use the menu bar log for details."
 _SAVING = f"Saving {FILE_NAME}…"
+_ELSEWHERE = ("192.0.2.1", 443)  # of a network that is kept for examples
 # To its folder no system lets anybody add a file, whoever he is.
 _CLOSED_FOLDER = Path("/sys")
 
 
 def saving_steps():
     return [
+        *_network_steps(),
         Step("A program on the port that does not speak HTTP is never called ready, and an alert says what to do",
              _not_http, 90),
         Step("An answer that is not HTTP is told in the sentence of the request that it was to answer",
@@ -32,6 +37,38 @@ def saving_steps():
         Step("A helper that is killed while it saves leaves nothing in the folder nor among the temporary files",
              _killed_while_saving, 60),
     ]
+
+
+def _network_steps():
+    """Only where the run has a network of its own: in the machine's, others make connections, too."""
+    if not network.has_only_loopback():
+        return []
+    return [
+        Step("From its start to a saved file the helper connects to its processor and to nothing else",
+             _connects_to_its_processor_alone, 60),
+    ]
+
+
+def _connects_to_its_processor_alone(run):
+    run.helper.stop()
+    opened_before, others_before = network.attempts()
+    with StandInProcessor() as processor:
+        helper = _analyzed(run)
+        processor.finish()
+        place = _new_folder(run, "alone") / FILE_NAME
+        _save_to(helper, place)
+        helper.wait_for_status(f"Saved to {place}", 20)
+        helper.stop()
+        require(processor.connections > 0, "it made no connection")
+        wait_until(lambda: network.attempts()[0] - opened_before == processor.connections,
+                   "each connection being one to the processor", 5)
+        require_equal(network.attempts()[1], others_before, "the number of other attempts")
+        made = processor.connections
+    # What finds no way would have been noticed.
+    with socket.socket() as stray, contextlib.suppress(OSError):
+        stray.connect(_ELSEWHERE)
+    require(network.attempts()[1] > others_before, "attempts without a way are not counted here")
+    return [f"{made} connections, all to 127.0.0.1:{network.HELPER_PORT}"]
 
 
 def _not_http(run):

@@ -22,6 +22,7 @@ class StandInProcessor:
     def __init__(self):
         self.greets_at = None
         self.results_asked_for = 0
+        self.connections = 0
         self.half_is_sent = threading.Event()
         self._may_finish = threading.Event()
 
@@ -46,6 +47,10 @@ class StandInProcessor:
 
 
 class _Server(http.server.ThreadingHTTPServer):
+    def get_request(self):
+        self.stand_in.connections += 1
+        return super().get_request()
+
     def handle_error(self, *_):
         pass  # a helper that was killed hangs up in the middle
 
