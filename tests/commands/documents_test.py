@@ -80,6 +80,14 @@ class Places(unittest.TestCase):
         self.check(rf"`((?:{folders})/[\w./-]+)", lambda _, path: ROOT / path)
 
 
+class Changes(unittest.TestCase):
+    def test_begin_with_the_version_of_the_tree(self):
+        project = re.search(r"^project\(.* VERSION ([\d.]+)", (ROOT / "CMakeLists.txt").read_text(encoding="utf-8"),
+                            re.MULTILINE)
+        newest = re.search(r"^## ([\d.]+)", (ROOT / "CHANGELOG.md").read_text(encoding="utf-8"), re.MULTILINE)
+        self.assertEqual(newest[1], project[1])
+
+
 class WhenItDoesNotWork(unittest.TestCase):
     """The README's table of troubles, whose first column is quoted from the program. *name* is told by the occasion."""
 
