@@ -1,7 +1,12 @@
 // The Linux desktop program: builds the backends and hands them to the logic.
+#include <algorithm>
+#include <iostream>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "app/entry.h"
 #include "platform/beast/beast_http_session.h"
@@ -20,12 +25,38 @@
 #include "platform/qt/qt_status_bar.h"
 #include "platform/qt/qt_url_events.h"
 #include "platform/qt/qt_window_system.h"
+#include "version.h"
 
 namespace {
 
 using namespace zunto;
 
+constexpr std::string_view help =
+    "Usage: zunto-helper [LINK]\n"
+    "       zunto-helper --help | --version\n"
+    "\n"
+    "Opens the Media Import window. Where the helper runs already, its window comes to the front instead.\n"
+    "\n"
+    "  LINK       zunto-helper:?url=ADDRESS, with ADDRESS percent-encoded: puts the address into the window\n"
+    "  --help     shows this and ends\n"
+    "  --version  shows the version and ends\n";
+
+/// What the user only wants to read. It needs neither a display nor a bus, so that any shell can show it.
+std::optional<std::string> textAskedFor(int argc, char** argv) {
+  const std::vector<std::string_view> arguments(argv, argv + argc);
+  const auto isGiven = [&](std::string_view option) {
+    return std::ranges::find(arguments, option) != arguments.end();
+  };
+  if (isGiven("--help")) return std::string(help);
+  if (isGiven("--version")) return "ZUNTO Helper " + std::string(programVersion) + "\n";
+  return std::nullopt;
+}
+
 int runOnQt(int argc, char** argv, FixedAddresses addresses) {
+  if (const std::optional<std::string> text = textAskedFor(argc, argv)) {
+    std::cout << *text << std::flush;
+    return std::cout ? 0 : 1;
+  }
   exemptFromProxies("127.0.0.1");
   QtSingleInstance instance;
   const LaunchRequest request = readLaunchRequest(argc, argv);
