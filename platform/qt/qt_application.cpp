@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "platform/qt/qt_pop_up.h"
+#include "platform/qt/qt_single_instance.h"
 #include "platform/qt/qt_status_icon.h"
 
 namespace zunto {
@@ -154,7 +155,8 @@ void QtApplication::CompositorWatch::tell() {
 
 QtApplication::QtApplication(int argc, char** argv) : argc_(argc), argv_(argv) {
   QCoreApplication::setApplicationName(QStringLiteral("ZUNTO Helper"));
-  QGuiApplication::setDesktopFileName(QStringLiteral("zunto-helper"));
+  // One name for the desktop entry, the window and the bus.
+  QGuiApplication::setDesktopFileName(QString::fromLatin1(QtSingleInstance::busName));
   // Neither the last window nor the last job of the desktop's libraries ends the program.
   QGuiApplication::setQuitOnLastWindowClosed(false);
   QCoreApplication::setQuitLockEnabled(false);

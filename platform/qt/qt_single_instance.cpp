@@ -185,7 +185,10 @@ class QtSingleInstance::Service {
     }
     // What came with the last answer of the claim is not news to the notifiers.
     clock_.post([self = std::weak_ptr<Service*>(self_)] {
-      if (const auto alive = self.lock()) (*alive)->work();
+      const auto alive = self.lock();
+      if (!alive) return;
+      (*alive)->work();
+      (*alive)->isStarting_ = false;
     });
     writable_.setEnabled(false);
   }
@@ -220,8 +223,9 @@ class QtSingleInstance::Service {
       if (const auto alive = self.lock()) (*alive)->answer(*message);
     };
     if (links.empty()) {
-      clock_.post([activate = activate_, delivered = std::move(delivered)] {
-        activate();
+      // Whoever had the bus start the program sees it come up: to come forward is no more than that.
+      clock_.post([activate = isStarting_ ? nullptr : activate_, delivered = std::move(delivered)] {
+        if (activate) activate();
         delivered();
       });
       return;
@@ -258,6 +262,7 @@ class QtSingleInstance::Service {
   Clock& clock_;
   QtUrlEvents& links_;
   std::function<void()> activate_;
+  bool isStarting_ = true;
   QSocketNotifier readable_;
   QSocketNotifier writable_;
   std::shared_ptr<Service*> self_ = std::make_shared<Service*>(this);

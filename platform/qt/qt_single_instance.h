@@ -53,7 +53,8 @@ class QtSingleInstance final {
   [[nodiscard]] bool hasBus() const { return bus_ != nullptr; }
 
   /// Takes the requests of other starts from now on, each on a turn of its own: links go to `links`, and
-  /// `activate` is called where a start only wants the program to come forward. A start hears that its
+  /// `activate` is called where a start only wants the program to come forward, but not for one that the bus
+  /// has kept until this instance was there: that is what has started it. A start hears that its
   /// request was taken when it was delivered, not before: where this instance ends first, that start becomes
   /// the next one. Called once, after claim(), while a QtApplication lives; the references must outlive this
   /// object or the event loop's end.

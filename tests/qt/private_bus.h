@@ -4,6 +4,7 @@
 #include <QDBusConnection>
 #include <QDir>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -16,7 +17,13 @@ namespace zunto::testing {
 
 class PrivateBus {
  public:
-  PrivateBus() {
+  /// It starts the services that `dataFolder` holds in dbus-1/services, if one is given.
+  explicit PrivateBus(const QString& dataFolder = {}) {
+    if (!dataFolder.isEmpty()) {
+      QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+      environment.insert(QStringLiteral("XDG_DATA_HOME"), dataFolder);
+      daemon_.setProcessEnvironment(environment);
+    }
     const QString address = QStringLiteral("unix:path=%1/bus").arg(folder_.path());
     daemon_.start(QStringLiteral("dbus-daemon"),
                   {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),

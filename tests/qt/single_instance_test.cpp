@@ -2,13 +2,17 @@
 
 #include <gtest/gtest.h>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
+#include <QDBusReply>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <algorithm>
+#include <csignal>
 #include <memory>
 #include <optional>
 #include <string>
@@ -271,6 +275,61 @@ TEST_F(Instances, RefusesACallOfAnotherShape) {
             QDBusMessage::ErrorMessage);
   EXPECT_EQ(call(QStringLiteral("Close"), {}).type(), QDBusMessage::ErrorMessage);
   EXPECT_FALSE(first->hasSaid("activate"));
+}
+
+/// The program as a service of the session bus, which starts it for a call.
+class ColdStarts : public QtTest {
+ protected:
+  ColdStarts() {
+    const QString services = folder.filePath(QStringLiteral("dbus-1/services"));
+    QDir().mkpath(services);
+    QFile service(services + QStringLiteral("/helper.service"));
+    EXPECT_TRUE(service.open(QIODevice::WriteOnly));
+    service.write(QStringLiteral("[D-BUS Service]\nName=%1\nExec=/bin/sh -c \"exec '%2' >'%3'\"\n")
+                      .arg(QString::fromLatin1(QtSingleInstance::busName),
+                           QCoreApplication::applicationDirPath() + QStringLiteral("/instance_program"),
+                           folder.filePath(QStringLiteral("said")))
+                      .toUtf8());
+    service.close();
+    bus.emplace(folder.path());
+  }
+  ColdStarts(const ColdStarts&) = delete;
+  ColdStarts& operator=(const ColdStarts&) = delete;
+  ~ColdStarts() override {
+    const auto pid = bus->connect().interface()->servicePid(QString::fromLatin1(QtSingleInstance::busName));
+    if (pid.isValid()) ::kill(static_cast<pid_t>(pid.value()), SIGKILL);
+  }
+
+  /// Calls a method of the program and waits for the answer.
+  void call(const QString& method, const QVariantList& arguments) {
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        QString::fromLatin1(QtSingleInstance::busName), QString::fromLatin1(QtSingleInstance::objectPath),
+        QStringLiteral("org.freedesktop.Application"), method);
+    message.setArguments(arguments);
+    const QDBusMessage answer = bus->connect().call(message);
+    ASSERT_EQ(answer.type(), QDBusMessage::ReplyMessage) << fromQString(answer.errorMessage());
+  }
+  QStringList said() const {
+    QFile file(folder.filePath(QStringLiteral("said")));
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+    return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+  }
+
+  QTemporaryDir folder;
+  std::optional<PrivateBus> bus;
+  const QStringList launched{QStringLiteral("first"), QStringLiteral("launched")};
+};
+
+TEST_F(ColdStarts, TheLaunchIsWhatAnActivationByTheBusWants) {
+  call(QStringLiteral("Activate"), {QVariantMap()});
+  EXPECT_EQ(said(), launched);
+  call(QStringLiteral("Activate"), {QVariantMap()});
+  EXPECT_EQ(said(), launched + QStringList(QStringLiteral("activate")));
+}
+
+TEST_F(ColdStarts, ALinkThatTheBusBringsFollowsTheLaunch) {
+  call(QStringLiteral("Open"), {QStringList(QStringLiteral("zunto-helper:a")), QVariantMap()});
+  EXPECT_EQ(said(), launched + QStringList(QStringLiteral("link 14 zunto-helper:a")));
 }
 
 TEST_F(QtTest, LinksWaitForAHandlerAndComeOnTurnsOfTheirOwn) {
