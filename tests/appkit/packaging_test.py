@@ -63,7 +63,7 @@ class Entitlements(unittest.TestCase):
 
 class Icon(unittest.TestCase):
     def test_is_a_square_drawing(self):
-        drawing = (SOURCE / "icon.svg").read_text()
+        drawing = (SOURCE.parent / "icon.svg").read_text()
         self.assertIn('viewBox="0 0 1024 1024"', drawing)
 
 
