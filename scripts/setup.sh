@@ -8,6 +8,9 @@ helper_packages=(
   curl ffmpeg yt-dlp
 )
 
+# What makes the Debian package: its relations to libraries, its icons.
+packing_packages=(dpkg-dev file librsvg2-bin)
+
 # A display, a session and a screen reader's view for the demonstration.
 demo_packages=(
   xvfb openbox x11-utils xdotool imagemagick fonts-dejavu-core dbus at-spi2-core python3 python3-gi gir1.2-atspi-2.0
@@ -19,6 +22,9 @@ test_packages=(
   clang clang-format clang-tidy libclang-rt-14-dev llvm libgtest-dev libgmock-dev git
   libgnustep-gui-dev gnustep-back0.29-cairo libobjc-12-dev libblocksruntime-dev xfonts-base libplist-utils
 )
+
+# What checks the package, and the desktop's own ways to start the helper.
+package_test_packages=(lintian desktop-file-utils appstream man-db xdg-utils libglib2.0-bin)
 
 # What ./bench measures with, and the programs that it compares with.
 bench_packages=(
@@ -44,20 +50,22 @@ missing_packages() {
 
 # Installs those of the named packages that are missing.
 install_packages() {
-  local missing as_root=()
+  local missing
   mapfile -t missing < <(missing_packages "$@")
   [ ${#missing[@]} -gt 0 ] || return 0
   command -v apt-get >/dev/null || die "no apt-get here; these packages of Debian 12 are needed: ${missing[*]}"
-  if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || die "no sudo here; run as root: apt-get install ${missing[*]}"
-    as_root=(sudo)
-  fi
+  require_root "apt-get install ${missing[*]}"
   say "Installing: ${missing[*]}"
-  "${as_root[@]}" apt-get update -q &&
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-      apt-get install -q -y --no-install-recommends "${missing[@]}" ||
+  as_root apt-get update -q &&
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}" ||
     die "these packages could not be installed: ${missing[*]}"
 }
+
+require_root() { # WHAT IT IS FOR
+  [ "$(id -u)" -eq 0 ] || command -v sudo >/dev/null || die "no sudo here; run as root: $1"
+}
+
+as_root() { if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi; }
 
 # A Node.js of another origin than Debian's serves as well.
 add_node_package() { # ARRAY OF PACKAGES
@@ -97,6 +105,15 @@ build_preset() { # PRESET [TARGET ...]
   shift
   cmake --preset "$preset" >"$log" 2>&1 || { cat "$log"; return 1; }
   cmake --build --preset "$preset" ${1:+--target "$@"}
+}
+
+# Makes the Debian package of a preset; its path is in $package then.
+make_package() { # PRESET [CPACK OPTIONS ...]
+  local log=build/package-$1.log
+  build_preset "$1" zunto-helper linux_files || return
+  rm -rf "build/$1/package"
+  cpack --config "build/$1/CPackConfig.cmake" "${@:2}" >"$log" 2>&1 || { cat "$log"; return 1; }
+  package=$(echo "$root/build/$1/package"/*.deb)
 }
 
 # Whether the display that the environment names takes connections.

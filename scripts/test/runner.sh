@@ -34,6 +34,12 @@ choose() {
   chosen+=("$1")
 }
 
+clear_reports() {
+  reports=$root/build/reports
+  rm -rf "$reports"
+  mkdir -p "$reports"
+}
+
 run_suites() { # the chosen ones
   local name number=0
   trap 'interrupted=yes' INT

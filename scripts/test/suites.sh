@@ -112,6 +112,39 @@ suite_desktop() {
     python3 tests/desktop/demo.py --helper "$bin/zunto-helper" --output "$reports/desktop" | tee "$report"
 }
 
+# Below a prefix of its own, since only a bare system may have it below /usr: see live_on_bare_systems.
+suite_package() {
+  local package prefix status=0
+  make_package optimised || return
+  prefix=$(mktemp -d "${TMPDIR:-/tmp}/zunto-prefix-XXXXXX")
+  cmake --install build/optimised --prefix "$prefix" >"$prefix.log" &&
+    update-desktop-database "$prefix/share/applications" &&
+    tests/package/check_package.py --package "$package" --prefix "$prefix" --output "$reports/package" |
+    tee "$report" || status=$?
+  rm -rf "$prefix" "$prefix.log"
+  return "$status"
+}
+
+# The package's life on one bare system of each release.
+live_on_bare_systems() { # RELEASE ...
+  local release
+  if [ $# -eq 0 ]; then set -- bookworm trixie; fi
+  for release in "$@"; do
+    [[ $release =~ ^[a-z]+$ ]] || die "$release is no release of Debian (see ./test --help)"
+    suite "--package $release" 10 lines "Package on a bare $release"
+    function["--package $release"]=live_on_bare_system
+    chosen+=("--package $release")
+  done
+  lock_folder "$root/build"
+  clear_reports
+  run_suites
+}
+
+live_on_bare_system() { # --package RELEASE
+  set -o pipefail
+  scripts/bare "${1#* }" tests/package/live.sh | tee "$report"
+}
+
 # The sources of the program; headers are read with them.
 suite_lint() {
   local options=()

@@ -10,7 +10,7 @@ ROOT = Path(__file__).resolve().parents[2]
 
 _COPIED = ("run", "test", "scripts", "tests/desktop/output_folder.py")
 _REAL_TOOLS = ("bash", "sh", "cat", "chmod", "curl", "dirname", "env", "find", "flock", "grep", "id", "ln", "mkdir",
-               "python3", "realpath", "rm", "sed", "timeout", "touch", "xargs")
+               "python3", "realpath", "rm", "sed", "tee", "timeout", "touch", "xargs")
 
 
 class CommandTree:

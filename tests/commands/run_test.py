@@ -54,6 +54,8 @@ class Run(unittest.TestCase):
             ("--node", ""): "--node takes a path (see ./run --help)",
             ("--yt-dlp", "missing"): "--yt-dlp takes a program, and missing is none",
             ("--ffmpeg", "/"): "--ffmpeg takes a program, and / is none",
+            ("--install", "--demo"): "--install goes with nothing else (see ./run --help)",
+            ("zunto-helper:", "--install"): "--install goes with nothing else (see ./run --help)",
             ("--bogus",): "unknown option --bogus (see ./run --help)",
             ("https://e.org",): "https://e.org is no link that begins with zunto-helper: (see ./run --help)",
         }.items():
@@ -107,6 +109,32 @@ class Run(unittest.TestCase):
         done = self.tree.call("run", "--demo")
         self.assertIn("sudo apt-get update -q\n", done.stdout)
         self.assertRegex(done.stdout, r"sudo env .*apt-get install .* ninja-build\n")
+
+    def test_makes_the_package_and_installs_that_with_what_it_needs(self):
+        self.tree.stand_in("cpack", "mkdir -p build/release/package; touch build/release/package/helper_1_amd64.deb")
+        self.tree.stand_in("apt-get", 'echo "apt-get $*"')
+        self.tree.stand_in("id", "echo 1000")
+        self.tree.stand_in("sudo", 'echo "as root:"; "$@"')
+        done = self.tree.call("run", "--install")
+        package = f"{self.tree.root}/build/release/package/helper_1_amd64.deb"
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        self.assertIn(f"as root:\napt-get install -q -y --reinstall --allow-downgrades {package}\n", done.stdout)
+        self.assertRegex(done.stdout.splitlines()[-1], "^Remove it as root: apt-get remove zunto-helper$")
+
+    def test_says_why_the_package_was_not_made_or_not_installed(self):
+        self.tree.stand_in("cpack", "echo no space is left; exit 1")
+        done = self.tree.call("run", "--install")
+        self.assertNotEqual(done.returncode, 0)
+        self.assertIn("no space is left", done.stdout)
+        self.tree.stand_in("cpack", "mkdir -p build/release/package; touch build/release/package/helper_1_amd64.deb")
+        self.tree.stand_in("id", "echo 0")
+        self.tree.stand_in("apt-get", "exit 100")
+        self.assertIn("helper_1_amd64.deb could not be installed", self.refused("--install"))
+        self.tree.stand_in("id", "echo 1000")
+        self.assertEqual(self.refused("--install"), "run: no sudo here; run as root: ./run --install")
+        (self.tree.tools / "apt-get").unlink()
+        self.assertEqual(self.refused("--install"),
+                         "run: no apt-get here; README.md tells how to install without a package")
 
     def test_refuses_a_tree_in_which_nothing_can_be_written(self):
         why = f"run: {self.tree.root}/build/release cannot be written; a copy of this tree can be built elsewhere"

@@ -3,6 +3,7 @@
 
 import subprocess
 import unittest
+from pathlib import Path
 
 from command_tree import ROOT, CommandTree
 
@@ -25,6 +26,25 @@ class Test(unittest.TestCase):
                 done = tree.call("test", "format", name)
                 self.assertEqual((done.returncode, done.stderr), (2, f"test: {why}\n"))
                 self.assertTrue(kept.exists())
+
+    def test_lives_with_the_package_on_the_releases_that_it_is_given(self):
+        tree = CommandTree(self)
+        bare = tree.root / "scripts/bare"
+        bare.write_text('#!/bin/sh\necho "on $1: $2" | tee -a "$0.calls"\necho "3 passed, 0 failed"\n',
+                        encoding="utf-8")
+        done = tree.call("test", "--package")
+        self.assertEqual((done.returncode, done.stdout.splitlines()[-1]), (0, "6 passed, 0 failed"), done.stderr)
+        self.assertEqual(Path(f"{bare}.calls").read_text(encoding="utf-8").splitlines(),
+                         [f"on {release}: tests/package/live.sh" for release in ("bookworm", "trixie")])
+        done = tree.call("test", "--package", "sid")
+        self.assertIn("on sid: tests/package/live.sh", done.stdout)
+        done = tree.call("test", "--package", "../sid")
+        self.assertEqual((done.returncode, done.stderr),
+                         (2, "test: ../sid is no release of Debian (see ./test --help)\n"))
+        bare.write_text("#!/bin/sh\nexit 1\n", encoding="utf-8")
+        done = tree.call("test", "--package", "sid")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("Failed: Package on a bare sid (./test --package sid)\n", done.stdout)
 
     def test_knows_the_tests_of_the_tree_by_name(self):
         script = f'root={ROOT}; cd {ROOT}; source scripts/test/suites.sh; case_format "$1"'

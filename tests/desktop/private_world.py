@@ -20,10 +20,12 @@ _FOREIGN = ("XDG_", "QT_", "DBUS_", "AT_SPI_", "GTK_", "GNOME_", "KDE_", "WAYLAN
 
 class PrivateWorld:
     """Use as a context; inside it this process lives in the world as well, so that it can read the helper's
-    accessibility tree. `helper_environment()` is what a helper is started with."""
+    accessibility tree. `helper_environment()` is what a helper is started with. `variables` are set in it besides,
+    also for what the session bus starts."""
 
-    def __init__(self, screen=SCREEN):
+    def __init__(self, screen=SCREEN, variables=None):
         self._screen = screen
+        self._variables = variables or {}
         self._children = []
         self._mark = f"run-{os.getpid()}-{secrets.token_hex(6)}"
         self._starts = 0
@@ -73,6 +75,10 @@ class PrivateWorld:
     def helper_processes(self):
         return processes.marked(f"{self._mark}-helper")
 
+    def processes(self):
+        """{pid: command line} of all that runs in the world, whoever has started it."""
+        return processes.marked(self._mark)
+
     def write_home_file(self, relative, text):
         path = self.home / relative
         path.parent.mkdir(parents=True, exist_ok=True)
@@ -95,6 +101,7 @@ class PrivateWorld:
             "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
             "NO_AT_BRIDGE": "0",
             processes.MARK: f"{self._mark}-world",
+            **self._variables,
         }
 
     def _start_display(self):
