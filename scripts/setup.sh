@@ -4,7 +4,8 @@
 # What builds and runs the helper.
 helper_packages=(
   g++ cmake ninja-build pkg-config
-  qt6-base-dev libgl-dev libsystemd-dev libboost1.81-dev libboost-json1.81-dev libboost-url1.81-dev libfast-float-dev
+  qt6-base-dev libgl-dev libxcb1-dev libsystemd-dev
+  libboost1.81-dev libboost-json1.81-dev libboost-url1.81-dev libfast-float-dev
   curl ffmpeg yt-dlp
 )
 
@@ -28,7 +29,7 @@ package_test_packages=(lintian desktop-file-utils appstream man-db xdg-utils lib
 
 # What ./bench measures with, and the programs that it compares with.
 bench_packages=(
-  libbenchmark-dev libxcb1-dev libxcb-damage0-dev
+  libbenchmark-dev libxcb-damage0-dev
   transmission-qt uget youtubedl-gui syncthingtray
 )
 

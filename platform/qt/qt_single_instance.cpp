@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/qt/qt_startup_notice.h"
 #include "platform/qt/qt_text.h"
 
 namespace zunto {
@@ -121,8 +122,10 @@ Message makeHandOver(sd_bus& bus, const LaunchRequest& request) {
   return message;
 }
 
-/// Lets the next window that asks for the focus have it. Elsewhere the request itself is enough.
+/// Lets the next window that asks for the focus have it. On X11 the request itself is enough, but the desktop
+/// waits for a word that the start is over.
 void useActivationToken(const std::string& token) {
+  endStartupNotice(token);
   if (token.empty() || !QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) return;
   qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
 }

@@ -93,6 +93,42 @@ def close_window(number):
         x11.XCloseDisplay(display)
 
 
+class StartupMessages:
+    """What programs tell the desktop about starts under way, from when the context is entered."""
+
+    def __enter__(self):
+        self._x11 = x11 = ctypes.CDLL("libX11.so.6")
+        x11.XOpenDisplay.restype = ctypes.c_void_p
+        x11.XDefaultRootWindow.restype = ctypes.c_ulong
+        x11.XInternAtom.restype = ctypes.c_ulong
+        for function in (x11.XDefaultRootWindow, x11.XPending, x11.XCloseDisplay):
+            function.argtypes = [ctypes.c_void_p]
+        x11.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
+        x11.XSelectInput.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_long]
+        x11.XNextEvent.argtypes = [ctypes.c_void_p, ctypes.c_void_p]
+        self._display = x11.XOpenDisplay(None)
+        require(self._display, "the display cannot be opened")
+        x11.XSelectInput(self._display, x11.XDefaultRootWindow(self._display), _PROPERTY_CHANGES)
+        self._first = x11.XInternAtom(self._display, b"_NET_STARTUP_INFO_BEGIN", 0)
+        x11.XPending(self._display)
+        self._texts = []
+        return self
+
+    def __exit__(self, *_):
+        self._x11.XCloseDisplay(self._display)
+
+    def texts(self):
+        while self._x11.XPending(self._display):
+            event = _ClientMessage()
+            self._x11.XNextEvent(self._display, ctypes.byref(event))
+            if event.type == _CLIENT_MESSAGE and event.format == 8:
+                if event.message_type == self._first:
+                    self._texts.append(b"")
+                self._texts[-1] += bytes(event.data)[:20]
+        return [text.split(b"\0", 1)[0].decode() for text in self._texts if b"\0" in text]
+
+
+_PROPERTY_CHANGES = 1 << 22
 _CLIENT_MESSAGE = 33
 
 

@@ -33,6 +33,7 @@ def started_steps():
         Step("What runs is the installed program, with the installed processor and tools", _runs_installed),
         Step("A link is analysed with those tools", _analyse, 90, "analysed"),
         Step("The session bus brings a closed window of the same helper back", _warm_by_bus, 60),
+        Step("The desktop's busy pointer ends with the start that was handed over", _startup_notice),
         Step("A link through the bus stands in the field", _warm_link_by_bus, 60),
         Step("xdg-open hands a link to the running helper", _warm_xdg_open, 60),
         Step("So does the desktop's own launcher, which reads the entry", _warm_gio_open, 60),
@@ -90,6 +91,14 @@ def _started(run):
     wait_until(lambda: screen.windows_called(WINDOW_TITLE), "the window", 30)
     run.helper.wait_for_status(READY, 45)
     return run.helper
+
+
+def _call(method, *arguments):
+    """Of the running helper, in the desktop's own words."""
+    signature = "(asa{sv})" if method == "Open" else "(a{sv})"
+    Gio.bus_get_sync(Gio.BusType.SESSION).call_sync(
+        NAME, _PATH, "org.freedesktop.Application", method, GLib.Variant(signature, arguments), None,
+        Gio.DBusCallFlags.NO_AUTO_START, 15000, None)
 
 
 def _launch(*links):
@@ -158,6 +167,19 @@ def _warm_by_bus(run):
     _require_link(run, before, pid)
 
 
+def _startup_notice(_run):
+    name = 'launcher/helper "1"-of-a-desktop_TIME4711'
+    with screen.StartupMessages() as messages:
+        for method, arguments in (("Activate", ()), ("Open", (["zunto-helper:"],)), ("Open", ([""],))):
+            before = len(messages.texts())
+            _call(method, *arguments, {"desktop-startup-id": GLib.Variant("s", name)})
+            wait_until(lambda: len(messages.texts()) > before, f"a word after {method}", 10)  # noqa: B023
+            quoted = name.replace('"', '\\"')
+            require_equal(messages.texts()[-1], f'remove: ID="{quoted}"', "the word")
+        _call("Activate", {})
+        stays(lambda: len(messages.texts()) == 3, "the silence where nothing was announced", 0.5)
+
+
 def _warm_link_by_bus(run):
     pid = _owner()
     _launch(_scheme_link(_LINK))
@@ -181,10 +203,8 @@ def _warm_gio_open(run):
 def _hostile(run):
     pid = _owner()
     _close_window()
-    bus = Gio.bus_get_sync(Gio.BusType.SESSION)
     for link in _HOSTILE:
-        bus.call_sync(NAME, _PATH, "org.freedesktop.Application", "Open", GLib.Variant("(asa{sv})", ([link], {})), None,
-                      Gio.DBusCallFlags.NONE, 15000, None)
+        _call("Open", [link], {})
     stays(lambda: not screen.windows_called(WINDOW_TITLE), "the window being closed", 1.5)
     require_equal(_owner(), pid, "the process")
     _launch()
