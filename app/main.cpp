@@ -1,5 +1,6 @@
 // The Linux desktop program: builds the backends and hands them to the logic.
 #include <algorithm>
+#include <array>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -32,14 +33,29 @@ namespace {
 using namespace zunto;
 
 constexpr std::string_view help =
-    "Usage: zunto-helper [LINK]\n"
-    "       zunto-helper --help | --version\n"
+    "Usage: zunto-helper [LINK | OPTION]\n"
     "\n"
     "Opens the Media Import window. Where the helper runs already, its window comes to the front instead.\n"
     "\n"
-    "  LINK       zunto-helper:?url=ADDRESS, with ADDRESS percent-encoded: puts the address into the window\n"
-    "  --help     shows this and ends\n"
-    "  --version  shows the version and ends\n";
+    "  LINK                 zunto-helper:?url=ADDRESS: puts ADDRESS, percent-encoded, into the window\n"
+    "  --open-video-import  opens the tool's web page\n"
+    "  --show-log           shows the processor's log in the file manager\n"
+    "  --help               shows this and ends\n"
+    "  --version            shows the version and ends\n";
+
+/// What of the status menu the desktop entry offers, too; it has the same names for them.
+constexpr std::array<std::pair<std::string_view, void (HelperDelegate::*)()>, 2> entryActions{
+    {{"open-video-import", &HelperDelegate::openVideoImport}, {"show-log", &HelperDelegate::showLog}}};
+
+DesktopActions actionsOn(const std::weak_ptr<HelperDelegate>& delegate) {
+  DesktopActions actions;
+  for (const auto& [name, method] : entryActions) {
+    actions.emplace(name, [delegate, command = method] {
+      if (const auto running = delegate.lock()) ((*running).*command)();
+    });
+  }
+  return actions;
+}
 
 /// What the user only wants to read. It needs neither a display nor a bus, so that any shell can show it.
 std::optional<std::string> textAskedFor(int argc, char** argv) {
@@ -59,7 +75,9 @@ int runOnQt(int argc, char** argv, FixedAddresses addresses) {
   }
   exemptFromProxies("127.0.0.1");
   QtSingleInstance instance;
-  const LaunchRequest request = readLaunchRequest(argc, argv);
+  std::array<std::string_view, entryActions.size()> actionNames;
+  std::ranges::transform(entryActions, actionNames.begin(), [](const auto& action) { return action.first; });
+  const LaunchRequest request = readLaunchRequest(argc, argv, actionNames);
   if (instance.claim(request) == QtSingleInstance::Role::handedOver) return 0;
 
   QtSessionBus sessionBus(instance.hasBus());
@@ -101,9 +119,14 @@ int runOnQt(int argc, char** argv, FixedAddresses addresses) {
   std::shared_ptr<HelperDelegate> delegate = makeHelperDelegate(std::move(addresses), backends);
   // The window comes up by itself at a start; only a link has to follow it.
   if (request.link) urlEvents.deliver(*request.link);
-  instance.serve(clock, urlEvents, [weak = std::weak_ptr(delegate)] {
-    if (const auto running = weak.lock()) running->openDownloader();
-  });
+  const DesktopActions actions = actionsOn(delegate);
+  if (request.action) clock.post([&clock, action = actions.at(*request.action)] { clock.post(action); });
+  instance.serve(
+      clock, urlEvents,
+      [weak = std::weak_ptr(delegate)] {
+        if (const auto running = weak.lock()) running->openDownloader();
+      },
+      actions);
   return runHelper(application, std::move(delegate));
 }
 

@@ -110,13 +110,18 @@ int appendPlatformData(sd_bus_message& message, const std::string& token) {
 Message makeHandOver(sd_bus& bus, const LaunchRequest& request) {
   sd_bus_message* raw = nullptr;
   sd_bus_message_new_method_call(&bus, &raw, QtSingleInstance::busName, QtSingleInstance::objectPath,
-                                 applicationInterface, request.link ? "Open" : "Activate");
+                                 applicationInterface,
+                                 request.link     ? "Open"
+                                 : request.action ? "ActivateAction"
+                                                  : "Activate");
   Message message(raw);
   if (!message || sd_bus_message_set_auto_start(raw, 0) < 0) return nullptr;
   // An argument may be any bytes, a text on the bus may not.
   if (request.link) {
     const std::string link = fromQString(toQString(*request.link));
     if (sd_bus_message_append(raw, "as", 1, link.c_str()) < 0) return nullptr;
+  } else if (request.action) {
+    if (sd_bus_message_append(raw, "sav", request.action->c_str(), 0) < 0) return nullptr;
   }
   if (appendPlatformData(*raw, fromQString(toQString(request.activationToken))) < 0) return nullptr;
   return message;
@@ -161,11 +166,15 @@ std::string readToken(sd_bus_message& message) {
 
 }  // namespace
 
-LaunchRequest readLaunchRequest(int argc, const char* const* argv) {
+LaunchRequest readLaunchRequest(int argc, const char* const* argv,
+                                std::span<const std::string_view> actions) {
   const auto isOption = [&](int index) { return index > 0 && argv[index][0] == '-'; };
   LaunchRequest request;
   for (int i = 1; i < argc && !request.link; ++i) {
     if (!isOption(i) && !isOption(i - 1)) request.link = argv[i];
+    for (const std::string_view action : actions) {
+      if (argv[i] == "--" + std::string(action)) request.action = action;
+    }
   }
   const QByteArray token = qgetenv("XDG_ACTIVATION_TOKEN");
   request.activationToken = (token.isEmpty() ? qgetenv("DESKTOP_STARTUP_ID") : token).toStdString();
@@ -175,11 +184,13 @@ LaunchRequest readLaunchRequest(int argc, const char* const* argv) {
 /// Answers the calls of other starts and of the desktop.
 class QtSingleInstance::Service {
  public:
-  Service(sd_bus& bus, Clock& clock, QtUrlEvents& links, std::function<void()> activate)
+  Service(sd_bus& bus, Clock& clock, QtUrlEvents& links, std::function<void()> activate,
+          DesktopActions actions)
       : bus_(bus),
         clock_(clock),
         links_(links),
         activate_(std::move(activate)),
+        actions_(std::move(actions)),
         readable_(sd_bus_get_fd(&bus), QSocketNotifier::Read),
         writable_(sd_bus_get_fd(&bus), QSocketNotifier::Write) {
     sd_bus_add_object_vtable(&bus_, nullptr, objectPath, applicationInterface, methods.data(), this);
@@ -201,42 +212,57 @@ class QtSingleInstance::Service {
 
  private:
   static int onActivate(sd_bus_message* call, void* service, sd_bus_error*) {
-    static_cast<Service*>(service)->received({}, readToken(*call), *call);
+    static_cast<Service*>(service)->asked(nullptr, *call);
     return 1;
   }
 
   static int onOpen(sd_bus_message* call, void* service, sd_bus_error*) {
     std::vector<std::string> links;
     if (!readLinks(*call, links)) return -EINVAL;
-    static_cast<Service*>(service)->received(std::move(links), readToken(*call), *call);
+    static_cast<Service*>(service)->received(std::move(links), *call);
     return 1;
   }
 
-  /// The program offers no actions: being asked for one still means that it is wanted.
   static int onAction(sd_bus_message* call, void* service, sd_bus_error*) {
-    sd_bus_message_skip(call, "sav");
-    return onActivate(call, service, nullptr);
+    const char* name = nullptr;
+    if (sd_bus_message_read_basic(call, SD_BUS_TYPE_STRING, &name) < 0) return -EINVAL;
+    sd_bus_message_skip(call, "av");
+    const DesktopActions& actions = static_cast<Service*>(service)->actions_;
+    const auto action = actions.find(std::string_view(name));
+    static_cast<Service*>(service)->asked(action == actions.end() ? nullptr : action->second, *call);
+    return 1;
   }
 
-  void received(std::vector<std::string> links, const std::string& token, sd_bus_message& call) {
-    useActivationToken(token);
-    // The call goes with the function: one that never runs has never answered.
-    auto delivered = [self = std::weak_ptr<Service*>(self_),
-                      message = std::shared_ptr<sd_bus_message>(sd_bus_message_ref(&call), MessageCloser())] {
+  /// What is to follow when a call was delivered. The call goes with the function: one that never runs has
+  /// never answered.
+  std::function<void()> answerTo(sd_bus_message& call) {
+    return [self = std::weak_ptr<Service*>(self_),
+            message = std::shared_ptr<sd_bus_message>(sd_bus_message_ref(&call), MessageCloser())] {
       if (const auto alive = self.lock()) (*alive)->answer(*message);
     };
+  }
+
+  /// Without an action the program is to come forward. Whoever had the bus start it sees it come up: there
+  /// that is no more than the launch.
+  void asked(std::function<void()> action, sd_bus_message& call) {
+    useActivationToken(readToken(call));
+    if (!action && !isStarting_) action = activate_;
+    clock_.post([action = std::move(action), delivered = answerTo(call)] {
+      if (action) action();
+      delivered();
+    });
+  }
+
+  void received(std::vector<std::string> links, sd_bus_message& call) {
     if (links.empty()) {
-      // Whoever had the bus start the program sees it come up: to come forward is no more than that.
-      clock_.post([activate = isStarting_ ? nullptr : activate_, delivered = std::move(delivered)] {
-        if (activate) activate();
-        delivered();
-      });
+      asked(nullptr, call);
       return;
     }
+    useActivationToken(readToken(call));
     const std::string last = std::move(links.back());
     links.pop_back();
     for (std::string& link : links) links_.deliver(std::move(link));
-    links_.deliver(last, std::move(delivered));
+    links_.deliver(last, answerTo(call));
   }
 
   void answer(sd_bus_message& call) {
@@ -265,6 +291,7 @@ class QtSingleInstance::Service {
   Clock& clock_;
   QtUrlEvents& links_;
   std::function<void()> activate_;
+  DesktopActions actions_;
   bool isStarting_ = true;
   QSocketNotifier readable_;
   QSocketNotifier writable_;
@@ -310,8 +337,10 @@ QtSingleInstance::Role QtSingleInstance::claim(const LaunchRequest& request) {
   return Role::alone;
 }
 
-void QtSingleInstance::serve(Clock& clock, QtUrlEvents& links, std::function<void()> activate) {
-  if (bus_) service_ = std::make_unique<Service>(*bus_, clock, links, std::move(activate));
+void QtSingleInstance::serve(Clock& clock, QtUrlEvents& links, std::function<void()> activate,
+                             DesktopActions actions) {
+  if (!bus_) return;
+  service_ = std::make_unique<Service>(*bus_, clock, links, std::move(activate), std::move(actions));
 }
 
 }  // namespace zunto

@@ -6,9 +6,12 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 
 #include "async/clock.h"
 #include "platform/qt/qt_url_events.h"
@@ -17,16 +20,22 @@ struct sd_bus;
 
 namespace zunto {
 
-/// What a start asks of the instance that runs: a link, or none to come forward. The token lets it take the
-/// focus.
+/// What a start asks of the instance that runs: a link, else an action by its name, else to come forward. The
+/// token lets it take the focus.
 struct LaunchRequest {
   std::optional<std::string> link;
+  std::optional<std::string> action;
   std::string activationToken;
 };
 
+/// What the desktop entry offers besides opening the program, by the names that it has there.
+using DesktopActions = std::map<std::string, std::function<void()>, std::less<>>;
+
 /// What this start was made for, from the arguments of main() and from the environment, out of which Qt takes
-/// the token. The link is the first argument that is neither an option nor stands behind one.
-[[nodiscard]] LaunchRequest readLaunchRequest(int argc, const char* const* argv);
+/// the token. The link is the first argument that is neither an option nor stands behind one; an action is an
+/// option of that name.
+[[nodiscard]] LaunchRequest readLaunchRequest(int argc, const char* const* argv,
+                                              std::span<const std::string_view> actions = {});
 
 class QtSingleInstance final {
  public:
@@ -54,11 +63,12 @@ class QtSingleInstance final {
 
   /// Takes the requests of other starts from now on, each on a turn of its own: links go to `links`, and
   /// `activate` is called where a start only wants the program to come forward, but not for one that the bus
-  /// has kept until this instance was there: that is what has started it. A start hears that its
+  /// has kept until this instance was there: that is what has started it. An action that is not among
+  /// `actions` asks no more than that either. A start hears that its
   /// request was taken when it was delivered, not before: where this instance ends first, that start becomes
   /// the next one. Called once, after claim(), while a QtApplication lives; the references must outlive this
   /// object or the event loop's end.
-  void serve(Clock& clock, QtUrlEvents& links, std::function<void()> activate);
+  void serve(Clock& clock, QtUrlEvents& links, std::function<void()> activate, DesktopActions actions = {});
 
  private:
   class Service;

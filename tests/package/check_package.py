@@ -45,6 +45,18 @@ class Run:
     def processor_files(self):
         return [path.name for path in (_ROOT / "processor/src").glob("*.mjs")]
 
+    def make_browser(self):
+        """A stand-in that notes what it is to open."""
+        browser = self._pictures / "browser"
+        self.opened.unlink(missing_ok=True)
+        browser.write_text(f'#!/bin/sh\nprintf "%s\\n" "$*" >>"{self.opened}"\n', encoding="utf-8")
+        browser.chmod(0o755)
+        return browser
+
+    @property
+    def opened(self):
+        return self._pictures / "opened"
+
     def take_picture(self, name):
         path = self._pictures / f"{name}.png"
         self._new_pictures.append(path if screen.take_picture(path) else f"of {name} could not be taken")
@@ -72,7 +84,8 @@ def main():
     from files_checks import files_steps
     run_steps(files_steps(), run, results)
     # What the desktop looks for programs in, before the session bus starts: only what is installed here.
-    variables = {"XDG_DATA_DIRS": f"{run.share}:/usr/share", "PATH": f"{run.prefix}/bin:{os.environ['PATH']}"}
+    variables = {"XDG_DATA_DIRS": f"{run.share}:/usr/share", "PATH": f"{run.prefix}/bin:{os.environ['PATH']}",
+                 "BROWSER": str(run.make_browser())}
     with PrivateWorld(variables=variables) as world:
         run.world = world
         media = sample_media.make_sample_media(world.media / "clip")

@@ -2,6 +2,7 @@
 
 import configparser
 import os
+import re
 import subprocess
 from pathlib import Path
 
@@ -16,6 +17,7 @@ _KEY_OF_2020 = 'file contains key "SingleMainWindow" in group "Desktop Entry", b
 def files_steps():
     return [
         Step("The desktop entry is valid, and it and the bus start the installed program", _desktop_entry),
+        Step("Each action of the entry is an option of the program", _actions),
         Step("The metainfo is valid and names the entry, the bus name, the scheme and the version", _metainfo),
         Step("The manual page is formatted without a warning", _manual_page),
         Step("--help and --version answer without a display, a bus and a home", _texts),
@@ -24,15 +26,14 @@ def files_steps():
 
 def entry_of(run):
     """{key: value}"""
-    return _section(run.share / f"applications/{NAME}.desktop", "Desktop Entry")
+    return _groups(run.share / f"applications/{NAME}.desktop")["Desktop Entry"]
 
 
-def _section(path, name):
+def _groups(path):
     reader = configparser.RawConfigParser(delimiters="=", interpolation=None)
     reader.optionxform = str
     reader.read(path, encoding="utf-8")
-    require_equal(reader.sections(), [name], f"the groups of {path.name}")
-    return dict(reader[name])
+    return {name: dict(reader[name]) for name in reader.sections()}
 
 
 def _desktop_entry(run):
@@ -44,8 +45,19 @@ def _desktop_entry(run):
     wanted = {"Exec": f"{run.program} %u", "Icon": NAME, "MimeType": "x-scheme-handler/zunto-helper;",
               "DBusActivatable": "true", "StartupNotify": "true", "SingleMainWindow": "true"}
     require_equal({key: entry.get(key) for key in wanted}, wanted, "the entry")
-    require_equal(_section(run.share / f"dbus-1/services/{NAME}.service", "D-BUS Service"),
-                  {"Name": NAME, "Exec": str(run.program)}, "the service")
+    require_equal(_groups(run.share / f"dbus-1/services/{NAME}.service"),
+                  {"D-BUS Service": {"Name": NAME, "Exec": str(run.program)}}, "the service")
+
+
+def _actions(run):
+    groups = _groups(run.share / f"applications/{NAME}.desktop")
+    names = groups["Desktop Entry"]["Actions"].strip(";").split(";")
+    require_equal([name for name in groups if name != "Desktop Entry"], [f"Desktop Action {name}" for name in names],
+                  "the actions' groups")
+    help_text = _run([run.program, "--help"])
+    for name in names:
+        require_equal(groups[f"Desktop Action {name}"]["Exec"], f"{run.program} --{name}", "the action's command")
+        require(f"\n  --{name} " in help_text, f"--help does not tell of {name}")
 
 
 def _metainfo(run):
@@ -67,7 +79,7 @@ def _manual_page(run):
                           env={**os.environ, "LANG": "C.UTF-8", "MANWIDTH": "100", "MANROFFSEQ": ""})
     require_equal(done.stderr, "", "what it warns of")
     require("zunto-helper:?url=ADDRESS" in done.stdout, "it does not tell of links")
-    for option in ("--help", "--version"):
+    for option in re.findall(r"^  (--[a-z-]+) ", _run([run.program, "--help"]), re.MULTILINE):
         require(option in done.stdout, f"it does not tell of {option}")
 
 
@@ -80,7 +92,7 @@ def _run(command):
 
 def _texts(run):
     help_text = _run([run.program, "--help"])
-    require(help_text.startswith("Usage: zunto-helper [LINK]\n"), f"the help is {help_text!r}")
+    require(help_text.startswith("Usage: zunto-helper [LINK | OPTION]\n"), f"the help is {help_text!r}")
     require_equal(_run([run.program, "zunto-helper:", "--help"]), help_text, "the help beside a link")
     version = _run([run.program, "--version"])
     expected = (Path(__file__).resolve().parents[2] / "CMakeLists.txt").read_text(encoding="utf-8")

@@ -37,6 +37,7 @@ def started_steps():
         Step("A link through the bus stands in the field", _warm_link_by_bus, 60),
         Step("xdg-open hands a link to the running helper", _warm_xdg_open, 60),
         Step("So does the desktop's own launcher, which reads the entry", _warm_gio_open, 60),
+        Step("The entry's action opens the web page and leaves a closed window closed", _action, 30),
         Step("Links that are none of the helper's leave a closed window closed and its field alone", _hostile, 60),
         Step("A link without an address opens the window and leaves the field alone", _link_without_address, 60),
         Step("The bus starts a helper that has quit, with a link", _cold_link_by_bus, 90, "by-link"),
@@ -198,6 +199,21 @@ def _warm_gio_open(run):
     _close_window()
     subprocess.run(["gio", "open", _scheme_link(_LINK)], stdin=subprocess.DEVNULL, timeout=30, check=True)
     _require_link(run, _LINK, pid)
+
+
+def _action(run):
+    pid = _owner()
+    _close_window()
+    for command in (["gapplication", "action", NAME, "open-video-import"], [run.program, "--open-video-import"]):
+        run.opened.unlink(missing_ok=True)
+        subprocess.run(command, stdin=subprocess.DEVNULL, timeout=30, check=True)
+        wait_until(run.opened.exists, "the browser being called", 15)
+        (address,) = wait_until(lambda: run.opened.read_text(encoding="utf-8").splitlines(), "the address", 5)
+        require(address.startswith("https://") and address.endswith("/tools/video-import/"), f"it opens {address}")
+    require(not screen.windows_called(WINDOW_TITLE), "the window came up")
+    require_equal(_owner(), pid, "the process")
+    _launch()
+    wait_until(lambda: screen.windows_called(WINDOW_TITLE), "the window", 15)
 
 
 def _hostile(run):

@@ -1,9 +1,11 @@
 // A program as the real one, without its logic: says on standard output what happens to it.
 #include <QApplication>
+#include <array>
 #include <csignal>
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 #include "platform/qt/qt_application.h"
 #include "platform/qt/qt_clock.h"
@@ -36,7 +38,8 @@ class Teller final : public zunto::ApplicationDelegate {
 int main(int argc, char** argv) {
   using namespace zunto;
   QtSingleInstance instance;
-  const LaunchRequest request = readLaunchRequest(argc, argv);
+  constexpr std::array<std::string_view, 1> actionNames{"greet"};
+  const LaunchRequest request = readLaunchRequest(argc, argv, actionNames);
   const QtSingleInstance::Role role = instance.claim(request);
   if (role == QtSingleInstance::Role::handedOver) {
     say("handedOver");
@@ -51,7 +54,7 @@ int main(int argc, char** argv) {
   const auto delegate = std::make_shared<Teller>(links);
   application.setDelegate(delegate);
   if (request.link) links.deliver(*request.link);
-  instance.serve(clock, links, [] { say("activate"); });
+  instance.serve(clock, links, [] { say("activate"); }, {{"greet", [] { say("greet"); }}});
   application.run();
   say("ended");
   return 0;

@@ -269,6 +269,25 @@ TEST_F(Instances, AnswersTheDesktopsCalls) {
   EXPECT_TRUE(first->hasSaid("link 14 zunto-helper:a"));
 }
 
+TEST_F(Instances, DoesTheActionsThatItOffersAndComesForwardForOthers) {
+  const auto first = startFirst();
+  const QVariantMap data{{QStringLiteral("desktop-startup-id"), QStringLiteral("id")}};
+  const QString method = QStringLiteral("ActivateAction");
+  const QVariantList parameters{QStringLiteral("not asked for")};
+  EXPECT_EQ(call(method, {QStringLiteral("greet"), parameters, data}).type(), QDBusMessage::ReplyMessage);
+  EXPECT_TRUE(runUntil([&first] { return first->hasSaid("greet"); }));
+  EXPECT_FALSE(first->hasSaid("activate"));
+  EXPECT_EQ(call(method, {QStringLiteral("sing"), parameters, data}).type(), QDBusMessage::ReplyMessage);
+  EXPECT_TRUE(runUntil([&first] { return first->hasSaid("activate"); }));
+}
+
+TEST_F(Instances, SecondStartHandsItsActionOver) {
+  const auto first = startFirst();
+  handOver({QStringLiteral("--greet")});
+  EXPECT_TRUE(runUntil([&first] { return first->hasSaid("greet"); }));
+  EXPECT_FALSE(first->hasSaid("activate"));
+}
+
 TEST_F(Instances, RefusesACallOfAnotherShape) {
   const auto first = startFirst();
   EXPECT_EQ(call(QStringLiteral("Open"), {QStringLiteral("zunto-helper:")}).type(),
@@ -325,6 +344,11 @@ TEST_F(ColdStarts, TheLaunchIsWhatAnActivationByTheBusWants) {
   EXPECT_EQ(said(), launched);
   call(QStringLiteral("Activate"), {QVariantMap()});
   EXPECT_EQ(said(), launched + QStringList(QStringLiteral("activate")));
+}
+
+TEST_F(ColdStarts, AnActionThatTheBusBringsFollowsTheLaunch) {
+  call(QStringLiteral("ActivateAction"), {QStringLiteral("greet"), QVariantList(), QVariantMap()});
+  EXPECT_EQ(said(), launched + QStringList(QStringLiteral("greet")));
 }
 
 TEST_F(ColdStarts, ALinkThatTheBusBringsFollowsTheLaunch) {
