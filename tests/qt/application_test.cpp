@@ -129,6 +129,10 @@ TEST_F(QtApplicationLife, RunsNoTurnAndNoTimerOnceItHasTerminated) {
   EXPECT_EQ(after, std::vector<std::string>());
 }
 
+TEST_F(QtApplicationLife, ItsWindowsCarryTheNameOfTheDesktopEntry) {
+  EXPECT_EQ(QGuiApplication::desktopFileName().toStdString(), "example.zunto.Helper");
+}
+
 TEST_F(QtApplicationLife, ClosingTheLastWindowDoesNotTerminate) {
   QWidget window;
   window.show();
