@@ -1,6 +1,8 @@
 #include "tests/fakes/virtual_clock.h"
 
 #include <algorithm>
+#include <iterator>
+#include <limits>
 
 namespace zunto::testing {
 
@@ -44,6 +46,22 @@ bool VirtualClock::runOneTurn() {
 void VirtualClock::runTurns() {
   while (runOneTurn()) {
   }
+}
+
+std::optional<std::chrono::nanoseconds> VirtualClock::nextDue() const {
+  if (timers_->empty()) return std::nullopt;
+  return timers_->begin()->first.first;
+}
+
+bool VirtualClock::runOneTimer(std::size_t choice) {
+  const auto notDue = timers_->upper_bound({now_, std::numeric_limits<std::uint64_t>::max()});
+  const auto due = static_cast<std::size_t>(std::distance(timers_->begin(), notDue));
+  if (due == 0) return false;
+  const auto chosen = std::next(timers_->begin(), static_cast<std::ptrdiff_t>(choice % due));
+  const Turn turn = std::move(chosen->second);
+  timers_->erase(chosen);
+  turn();
+  return true;
 }
 
 void VirtualClock::advance(std::chrono::nanoseconds duration) {

@@ -4,11 +4,13 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include "async/clock.h"
@@ -30,6 +32,16 @@ class VirtualClock final : public Clock {
   /// Lets `duration` pass: runs the queued turns, then every timer that falls due, each at its time and
   /// followed by the turns it posts.
   void advance(std::chrono::nanoseconds duration);
+
+  /// Keeps the main loop busy for `duration`: time passes and nothing runs, so timers may come late.
+  void block(std::chrono::nanoseconds duration) { now_ += duration; }
+
+  /// When the first waiting timer falls, or fell, due; none when none waits.
+  [[nodiscard]] std::optional<std::chrono::nanoseconds> nextDue() const;
+
+  /// Calls one of the timers that are due by now, earliest first `choice` counted round them, and none of the
+  /// queued turns; answers whether there was one.
+  bool runOneTimer(std::size_t choice);
 
   /// How many timers are waiting.
   [[nodiscard]] std::size_t pendingTimers() const { return timers_->size(); }
