@@ -32,11 +32,14 @@ suite_logic() {
   for folder in ${logic//|/ }; do targets+=("tests/$folder/all"); done
   build_preset gcc "${targets[@]}" && run_tests gcc --label-regex "^($logic)\$"
 }
-suite_backends() { build_preset gcc && run_tests gcc --label-exclude "^($logic|$faces)\$"; }
+suite_backends() { build_preset gcc && run_tests gcc --label-exclude "^($logic|$faces|simulation)\$"; }
 suite_faces() {
   build_preset gcc tests/faces/all tests/appkit/all && run_tests gcc --label-regex "^($faces)\$" && each_face_has_run
 }
-suite_optimised() { build_preset optimised && run_tests optimised; }
+suite_optimised() { build_preset optimised && run_tests optimised --label-exclude '^simulation$'; }
+suite_simulation() {
+  build_preset optimised tests/simulation/all && run_tests optimised --label-regex '^simulation$' && schedules_have_run
+}
 suite_sanitize() { build_preset sanitize && run_tests sanitize; }
 suite_threads() { build_preset threads && run_tests threads; }
 
@@ -49,6 +52,20 @@ each_face_has_run() {
       return 1
     }
   done
+}
+
+# A test runs thousands of schedules; it says how many there were.
+schedules_have_run() {
+  awk '/^[0-9]+ schedules with [0-9]+ events hold$/ { schedules += $1; events += $4 }
+    END { print schedules " schedules with " events " events hold"; exit schedules == 0 }' \
+    build/optimised/Testing/Temporary/LastTest.log
+}
+
+# As many as asked, from another seed each time. What fails is told with its shortest trace.
+suite_soak() {
+  set -o pipefail
+  build_preset optimised simulation &&
+    build/optimised/tests/simulation/simulation --schedules "$soak" --from "$(date +%s)000000" | tee "$report"
 }
 
 # How a test that is no suite is counted: a file of the processor's tests, a C++ test (Group.Case) or a group of them.

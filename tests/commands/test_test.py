@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """What ./test takes and refuses."""
 
+import shutil
 import subprocess
 import unittest
 from pathlib import Path
@@ -19,7 +20,8 @@ class Test(unittest.TestCase):
         kept = tree.root / "build/reports/kept"
         kept.parent.mkdir(parents=True)
         kept.touch()
-        for name, why in {"--bogus": "unknown option --bogus (see ./test --help)",
+        for name, why in {"--soak": "--soak takes a number of schedules (see ./test --help)",
+                          "--bogus": "unknown option --bogus (see ./test --help)",
                           "nonsense": "there is no suite and no test named nonsense (see ./test --help)",
                           "a b;": "there is no suite and no test named a b; (see ./test --help)"}.items():
             with self.subTest(name):
@@ -45,6 +47,17 @@ class Test(unittest.TestCase):
         done = tree.call("test", "--package", "sid")
         self.assertEqual(done.returncode, 1)
         self.assertIn("Failed: Package on a bare sid (./test --package sid)\n", done.stdout)
+
+    def test_soaks_for_as_many_schedules_as_asked(self):
+        tree = CommandTree(self)
+        tree.stand_in("date", "echo 17")
+        tree.stand_in("cmake", "mkdir -p build/optimised/tests/simulation; cd build/optimised/tests/simulation; "
+                               'printf "%s\\n" \'#!/bin/sh\' \'echo "schedules: $*"; echo "5 passed, 0 failed"\' '
+                               ">simulation; chmod +x simulation")
+        tree.stand_in("tee", f"exec {shutil.which('tee')} \"$@\"")
+        done = tree.call("test", "--soak", 5)
+        self.assertIn("schedules: --schedules 5 --from 17000000\n", done.stdout, done.stderr)
+        self.assertIn("\n5 passed, 0 failed\n", done.stdout)
 
     def test_knows_the_tests_of_the_tree_by_name(self):
         script = f'root={ROOT}; cd {ROOT}; source scripts/test/suites.sh; case_format "$1"'
