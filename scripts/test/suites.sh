@@ -36,9 +36,8 @@ suite_backends() { build_preset gcc && run_tests gcc --label-exclude "^($logic|$
 suite_faces() {
   build_preset gcc tests/faces/all tests/appkit/all && run_tests gcc --label-regex "^($faces)\$" && each_face_has_run
 }
-suite_optimised() { build_preset optimised && run_tests optimised --label-exclude '^simulation$'; }
 suite_simulation() {
-  build_preset optimised tests/simulation/all && run_tests optimised --label-regex '^simulation$' && schedules_have_run
+  build_preset gcc tests/simulation/all && run_tests gcc --label-regex '^simulation$' && schedules_have_run
 }
 suite_sanitize() { build_preset sanitize && run_tests sanitize; }
 suite_threads() { build_preset threads && run_tests threads; }
@@ -58,14 +57,14 @@ each_face_has_run() {
 schedules_have_run() {
   awk '/^[0-9]+ schedules with [0-9]+ events hold$/ { schedules += $1; events += $4 }
     END { print schedules " schedules with " events " events hold"; exit schedules == 0 }' \
-    build/optimised/Testing/Temporary/LastTest.log
+    build/gcc/Testing/Temporary/LastTest.log
 }
 
 # As many as asked, from another seed each time. What fails is told with its shortest trace.
 suite_soak() {
   set -o pipefail
-  build_preset optimised simulation &&
-    build/optimised/tests/simulation/simulation --schedules "$soak" --from "$(date +%s)000000" | tee "$report"
+  build_preset gcc simulation &&
+    build/gcc/tests/simulation/simulation --schedules "$soak" --from "$(date +%s)000000" | tee "$report"
 }
 
 # How a test that is no suite is counted: a file of the processor's tests, a C++ test (Group.Case) or a group of them.
@@ -122,8 +121,8 @@ python_tests() { # FOLDER
 }
 
 suite_desktop() {
-  local bin=$root/build/optimised/bin
-  build_preset optimised zunto-helper || return 1
+  local bin=$root/build/gcc/bin
+  build_preset gcc zunto-helper || return 1
   stage_resources "$bin/resources" "$(command -v node)" "$(command -v yt-dlp)" "$(command -v ffmpeg)" \
     "$(command -v ffprobe)" &&
     python3 tests/desktop/demo.py --helper "$bin/zunto-helper" --output "$reports/desktop" | tee "$report"
@@ -132,9 +131,9 @@ suite_desktop() {
 # Below a prefix of its own, since only a bare system may have it below /usr: see live_on_bare_systems.
 suite_package() {
   local package prefix status=0
-  make_package optimised || return
+  make_package gcc || return
   prefix=$(mktemp -d "${TMPDIR:-/tmp}/zunto-prefix-XXXXXX")
-  cmake --install build/optimised --prefix "$prefix" >"$prefix.log" &&
+  cmake --install build/gcc --prefix "$prefix" >"$prefix.log" &&
     update-desktop-database "$prefix/share/applications" &&
     tests/package/check_package.py --package "$package" --prefix "$prefix" --output "$reports/package" |
     tee "$report" || status=$?

@@ -51,7 +51,7 @@ class Test(unittest.TestCase):
     def test_soaks_for_as_many_schedules_as_asked(self):
         tree = CommandTree(self)
         tree.stand_in("date", "echo 17")
-        tree.stand_in("cmake", "mkdir -p build/optimised/tests/simulation; cd build/optimised/tests/simulation; "
+        tree.stand_in("cmake", "mkdir -p build/gcc/tests/simulation; cd build/gcc/tests/simulation; "
                                'printf "%s\\n" \'#!/bin/sh\' \'echo "schedules: $*"; echo "5 passed, 0 failed"\' '
                                ">simulation; chmod +x simulation")
         tree.stand_in("tee", f"exec {shutil.which('tee')} \"$@\"")

@@ -99,7 +99,7 @@ void tellOfCrash(std::uint64_t seed, Trail& trail) {
   print("seed " + std::to_string(seed) + " crashes. The shortest trace that does, " +
         std::to_string(shortest.size()) + " steps:");
   static_cast<void>(inProcess(Errors::shown, [&shortest] { return tell(runSchedule(shortest, print)); }));
-  print("CRASHES\n  Again: build/optimised/tests/simulation/simulation --replay '" + encode(shortest) + "'");
+  print("CRASHES\n  Again: build/gcc/tests/simulation/simulation --replay '" + encode(shortest) + "'");
 }
 
 std::optional<std::uint64_t> numberIn(std::string_view text) {

@@ -87,7 +87,7 @@ std::string report(std::uint64_t seed, const Verdict& run) {
   const Verdict again =
       runSchedule(shortest, [&text](const std::string& line) { text += "    " + line + '\n'; });
   text += "    " + (again.failure ? "FAILS: " + *again.failure : "holds") + '\n';
-  text += "  Again: build/optimised/tests/simulation/simulation --replay '" + encode(shortest) + "'\n";
+  text += "  Again: build/gcc/tests/simulation/simulation --replay '" + encode(shortest) + "'\n";
   return text;
 }
 
@@ -98,7 +98,7 @@ std::uint64_t blamed = 0;
 
 void tellOfCrash(int signal) {
   constexpr std::string_view text =
-      "The program crashed. Again: build/optimised/tests/simulation/simulation --seed ";
+      "The program crashed. Again: build/gcc/tests/simulation/simulation --seed ";
   std::array<char, 24> digits{};
   std::size_t at = digits.size();
   digits.at(--at) = '\n';

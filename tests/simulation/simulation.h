@@ -11,7 +11,7 @@
 // The same seed, or the same schedule, always runs alike. What fails is made shorter by leaving steps out as
 // long as it still fails, and is told with the command that runs it again:
 //
-//   build/optimised/tests/simulation/simulation --replay SCHEDULE
+//   build/gcc/tests/simulation/simulation --replay SCHEDULE
 //
 // Thread: one.
 #pragma once
