@@ -98,6 +98,7 @@ _TOOLS = ("Xvfb", "dbus-daemon", "xdotool", "import", "openssl", "ffmpeg", "ffpr
 
 def _drive(run, results):
     # They reach for the accessibility bus of the environment, so only now.
+    from accessibility_checks import accessibility_steps
     from desktop_checks import desktop_steps
     from download_checks import analysis_steps, save_steps, trouble_steps
     from environment_checks import environment_steps
@@ -108,8 +109,8 @@ def _drive(run, results):
 
     run.helper = HelperProgram(run.executable, run.world)
     try:
-        steps = [*form_steps(), *analysis_steps(), *save_steps(), *trouble_steps(), *lifecycle_steps(),
-                 *fault_steps(), *saving_steps(), *environment_steps(), *desktop_steps()]
+        steps = [*form_steps(), *analysis_steps(), *save_steps(), *accessibility_steps(), *trouble_steps(),
+                 *lifecycle_steps(), *fault_steps(), *saving_steps(), *environment_steps(), *desktop_steps()]
         run_steps(steps, run, results)
     finally:
         run.helper.stop()
