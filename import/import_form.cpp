@@ -19,6 +19,8 @@ constexpr LabelStyle headingStyle{.font = {.size = 26, .weight = FontWeight::bol
 constexpr LabelStyle titleStyle{.font = {.size = 17, .weight = FontWeight::semibold}, .truncatesTail = true};
 constexpr LabelStyle secondaryStyle{.color = TextColor::secondary};
 constexpr LabelStyle twoLinesStyle{.color = TextColor::secondary, .wraps = true, .maximumLines = 2};
+constexpr LabelStyle statusStyle{
+    .color = TextColor::secondary, .wraps = true, .maximumLines = 2, .announces = true};
 
 /// Controls side by side, vertically centred.
 Element row(std::vector<StackItem> controls) {
@@ -44,7 +46,7 @@ ImportForm::ImportForm()
       subtitleFormatPopup({"VTT", "SRT"}),
       startButton("Download…"),
       cancelButton("Cancel"),
-      statusLabel("ZUNTO Helper is starting…", twoLinesStyle),
+      statusLabel("ZUNTO Helper is starting…", statusStyle),
       revealButton("Show Downloaded File"),
       headingLabel("Media Import", headingStyle),
       introductionLabel(

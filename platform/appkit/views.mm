@@ -117,7 +117,19 @@ class LabelBinding final : public ViewBinding {
   void mirror() {
     mirrorControl(model_, native_.get());
     nameForAccessibility(model_, native_.get());
+    const bool isNews = toUtf8([native_.get() stringValue]) != model_.text();
     mirrorText(model_.text(), native_.get());
+    if (isNews && model_.style().announces) announce();
+  }
+
+  /// Nothing that was never shown is announced.
+  void announce() const {
+    NSWindow* window = [native_.get() window];
+    if (window == nil || ![window isVisible]) return;
+    NSDictionary* news = [NSDictionary dictionaryWithObject:toNSString(model_.text()).get()
+                                                     forKey:NSAccessibilityAnnouncementKey];
+    NSAccessibilityPostNotificationWithUserInfo(window, NSAccessibilityAnnouncementRequestedNotification,
+                                                news);
   }
 
   Label& model_;

@@ -57,6 +57,7 @@ struct LabelStyle {
   bool wraps = false;          ///< else one line
   int maximumLines = 1;        ///< when it wraps; what does not fit ends in an ellipsis
   bool truncatesTail = false;  ///< a line that does not fit ends in an ellipsis
+  bool announces = false;      ///< screen readers speak every new text without being asked
 };
 
 /// Text that the user reads.

@@ -22,6 +22,7 @@
 #include "platform/qt/qt_pop_up.h"
 #include "platform/qt/qt_single_instance.h"
 #include "platform/qt/qt_status_icon.h"
+#include "platform/qt/qt_text_label.h"
 
 namespace zunto {
 
@@ -166,6 +167,7 @@ QtApplication::QtApplication(int argc, char** argv) : argc_(argc), argv_(argv) {
   native_ = std::make_unique<Native>(*this, argc_, argv_);
   QGuiApplication::setWindowIcon(makeStatusIcon(StatusMark::none));
   nameQtPopUpsForScreenReaders();
+  announceQtTextLabels();
 }
 
 QtApplication::~QtApplication() = default;

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/qt/qt_pop_up.h"
+#include "platform/qt/qt_steady_focus.h"
 #include "platform/qt/qt_text.h"
 #include "platform/qt/qt_text_label.h"
 
@@ -33,9 +34,9 @@ Native& bind(std::unique_ptr<Native> made, Model& model, QtFocusKeeper& focus, v
   return widget;
 }
 
-class FieldWidget final : public QLineEdit {
+class FieldWidget final : public QtSteadyFocus<QLineEdit> {
  public:
-  FieldWidget(TextField& model, QWidget* parent) : QLineEdit(parent), model_(model) {
+  FieldWidget(TextField& model, QWidget* parent) : QtSteadyFocus(parent), model_(model) {
     setPlaceholderText(toQString(model.placeholder()));
     setAccessibleName(toQString(model.accessibleName()));
     setMaxLength(longestText);
@@ -68,9 +69,9 @@ class FieldWidget final : public QLineEdit {
   bool isMirroring_ = false;
 };
 
-class CheckWidget final : public QCheckBox {
+class CheckWidget final : public QtSteadyFocus<QCheckBox> {
  public:
-  CheckWidget(CheckBox& model, QWidget* parent) : QCheckBox(parent), model_(model) {
+  CheckWidget(CheckBox& model, QWidget* parent) : QtSteadyFocus(parent), model_(model) {
     setText(withoutMnemonic(model.title()));
     setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
     // Screen readers toggle past nextCheckState().
@@ -95,9 +96,9 @@ class CheckWidget final : public QCheckBox {
   CheckBox& model_;
 };
 
-class ButtonWidget final : public QPushButton {
+class ButtonWidget final : public QtSteadyFocus<QPushButton> {
  public:
-  ButtonWidget(PushButton& model, QWidget* parent) : QPushButton(parent), model_(model) {
+  ButtonWidget(PushButton& model, QWidget* parent) : QtSteadyFocus(parent), model_(model) {
     setText(withoutMnemonic(model.title()));
     setAutoDefault(false);
     setDefault(model.keyEquivalent() == KeyEquivalent::returnKey);
@@ -193,7 +194,11 @@ void QtFocusKeeper::mirrorFlags(QWidget& widget, const Control& control) {
   const QWidget* window = widget.window();
   if (window->focusWidget() == &widget) {
     apply();
-    if (canFocus(widget)) return;
+    if (!widget.isHidden()) {
+      // A window that comes to the front gives its focus to enabled controls only.
+      if (widget.isEnabled()) widget.setFocus(Qt::OtherFocusReason);
+      return;
+    }
     if (window->focusWidget() == nullptr || window->focusWidget() == &widget) moveFocusOn(widget);
     if (owner_ == nullptr || standIn_ != &widget) owner_ = &widget;
     standIn_ = window->focusWidget();

@@ -13,8 +13,9 @@ namespace zunto {
 
 /// Where the keyboard focus of one window goes when its control can no longer have it.
 ///
-/// It moves on to the next control, so that it is never nowhere, and comes back when the control can have it
-/// again and the user has not moved it meanwhile. Owner: the window's view.
+/// A disabled control keeps it (see qt_steady_focus.h). From a hidden one it moves on to the next control, so
+/// that it is never nowhere, and comes back when the control is shown again and the user has not moved it
+/// meanwhile. Owner: the window's view.
 class QtFocusKeeper {
  public:
   /// Applies the control's flags to its widget.
@@ -24,7 +25,7 @@ class QtFocusKeeper {
   static bool canFocus(const QWidget& widget);
   static void moveFocusOn(QWidget& from);
 
-  QWidget* owner_ = nullptr;    ///< lost the focus only for being disabled or hidden
+  QWidget* owner_ = nullptr;    ///< lost the focus only for being hidden
   QWidget* standIn_ = nullptr;  ///< has it meanwhile
 };
 

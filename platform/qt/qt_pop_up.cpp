@@ -122,7 +122,7 @@ class QtPopUp::TitleList final : public QAbstractListModel {
 };
 
 QtPopUp::QtPopUp(PopUpButton& model, QWidget* parent)
-    : QComboBox(parent), model_(model), list_(std::make_unique<TitleList>()) {
+    : QtSteadyFocus(parent), model_(model), list_(std::make_unique<TitleList>()) {
   setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
   setMaxVisibleItems(20);
   setModel(list_.get());

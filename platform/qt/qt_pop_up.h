@@ -9,10 +9,11 @@
 #include <vector>
 
 #include "platform/model/controls.h"
+#include "platform/qt/qt_steady_focus.h"
 
 namespace zunto {
 
-class QtPopUp final : public QComboBox {
+class QtPopUp final : public QtSteadyFocus<QComboBox> {
  public:
   /// Mirrors `model`, which must outlive it.
   QtPopUp(PopUpButton& model, QWidget* parent);

@@ -1,6 +1,7 @@
 #include "platform/qt/qt_text_label.h"
 
 #include <QAccessible>
+#include <QAccessibleWidget>
 #include <QApplication>
 #include <QEvent>
 #include <QFontInfo>
@@ -9,6 +10,8 @@
 #include <QTextOption>
 #include <algorithm>
 #include <cmath>
+#include <memory>
+#include <utility>
 
 #include "platform/qt/qt_text.h"
 
@@ -80,7 +83,22 @@ QString asToolTip(const QString& text) {
   return QLatin1String("<qt>") + text.toHtmlEscaped() + QLatin1String("</qt>");
 }
 
+class AnnouncementAccessible final : public QAccessibleWidget {
+ public:
+  explicit AnnouncementAccessible(QtTextLabel& label)
+      : QAccessibleWidget(&label, QAccessible::Notification) {}
+};
+
+/// Qt takes ownership of what it answers; none lets it make its own.
+QAccessibleInterface* makeAnnouncement(const QString&, QObject* object) {
+  auto* label = dynamic_cast<QtTextLabel*>(object);
+  if (label == nullptr || !label->announces()) return nullptr;
+  return std::make_unique<AnnouncementAccessible>(*label).release();
+}
+
 }  // namespace
+
+void announceQtTextLabels() { QAccessible::installFactory(makeAnnouncement); }
 
 QColor secondaryTextColor(const QPalette& palette) {
   constexpr double readable = 4.5;
@@ -108,17 +126,28 @@ QtTextLabel::QtTextLabel(const Label& model, QWidget* parent)
 void QtTextLabel::mirrorText() {
   const QString full = readable(toQString(model_.text()));
   if (full == text() && !accessibleName().isNull()) return;
-  const bool isAnnounced = !accessibleName().isNull();
-  setText(full);
-  sizeHint_.reset();
+  // The name first: Qt tells of it, and a text that changes behind a name is not news once more.
   const std::string& givenName = model_.accessibleName();
   setAccessibleName(givenName.empty() ? full : toQString(givenName));
+  setText(full);
+  sizeHint_.reset();
   updateGeometry();
-  if (!isAnnounced || !isVisible()) return;
-  QAccessibleEvent nameChange(this, QAccessible::NameChanged);
-  QAccessible::updateAccessibility(&nameChange);
-  QAccessibleEvent alert(this, QAccessible::Alert);
-  QAccessible::updateAccessibility(&alert);
+  if (style_.announces && isVisible()) announce();
+}
+
+void QtTextLabel::announce() {
+  // A screen reader asks for the text only later, so two texts of one turn would be the last one, spoken
+  // twice.
+  if (std::exchange(isAnnouncing_, true)) return;
+  QMetaObject::invokeMethod(
+      this,
+      [this] {
+        isAnnouncing_ = false;
+        // Screen readers speak a notification that is shown, and say nothing to a label's new name.
+        QAccessibleEvent shown(this, QAccessible::ObjectShow);
+        QAccessible::updateAccessibility(&shown);
+      },
+      Qt::QueuedConnection);
 }
 
 int QtTextLabel::heightForWidth(int width) const {

@@ -18,8 +18,10 @@ class QtTextLabel final : public QLabel {
   /// Mirrors `model`, which must outlive it.
   explicit QtTextLabel(const Label& model, QWidget* parent);
 
-  /// Mirrors the model's text; a change is announced to screen readers.
+  /// Mirrors the model's text. Screen readers hear of a change once, and speak what is to be announced.
   void mirrorText();
+
+  [[nodiscard]] bool announces() const { return style_.announces; }
 
   [[nodiscard]] bool hasHeightForWidth() const override { return style_.wraps; }
   [[nodiscard]] int heightForWidth(int width) const override;
@@ -36,6 +38,7 @@ class QtTextLabel final : public QLabel {
 
  private:
   [[nodiscard]] QSize naturalSize() const;
+  void announce();
   void applyFont();
   void updateToolTip();
   [[nodiscard]] int maximumLines() const { return style_.wraps ? style_.maximumLines : 1; }
@@ -45,7 +48,11 @@ class QtTextLabel final : public QLabel {
   LabelStyle style_;
   bool isApplyingFont_ = false;
   mutable std::optional<QSize> sizeHint_;  ///< until the text or the font changes
+  bool isAnnouncing_ = false;
 };
+
+/// From now on a label that announces its texts is a notification for screen readers.
+void announceQtTextLabels();
 
 /// `palette`'s text colour, toned down as far as it stays readable on the window's background.
 [[nodiscard]] QColor secondaryTextColor(const QPalette& palette);

@@ -1,15 +1,18 @@
 """The main job: a link is analysed, and its video, sound and subtitle are saved; and what may go wrong on the way."""
 
 import os
+import signal
 
 import saved_files
 import screen
 from accessibility import find_all
 from form_checks import check_layout
+from hearing import Hearing
 from helper_program import ANALYZED
 from sample_media import CUES, HEIGHTS, SECONDS, TITLE
-from steps import Failure, Step, require, require_equal, wait_until
+from steps import Failure, Step, require, require_equal, stays, wait_until
 
+_ANALYZING = "Analyzing available formats…"
 _STARTING = "Starting local download…"
 _NOT_SAVED = "Download finished locally. Saving was cancelled."
 _CANCELLED = "Download cancelled."
@@ -19,6 +22,8 @@ _TRACK = "English — Manual"
 
 def analysis_steps():
     return [
+        Step("A screen reader hears each status of an analysis once, and of no control that got the keyboard instead",
+             _analysis_is_heard, 90),
         Step("A link typed into the field is analysed on the Return key", _analyze_with_return, 90, "analyzed",
              essential=True),
         Step("The window shows the media's title, its length, the qualities best first and the track", _shows_media),
@@ -60,6 +65,29 @@ def _analyze_with_return(run):
     wait_until(lambda: not helper.link_field.is_enabled, "the link field being disabled meanwhile", 10)
     helper.wait_for_status(ANALYZED, 75)
     return [f"link: {run.server.link}"]
+
+
+def _analysis_is_heard(run):
+    helper = run.helper
+    helper.set_link(run.server.link)
+    helper.give_focus(helper.link_field)
+    processor = helper.processor_pid()
+    with Hearing(helper.process.pid) as hearing:
+        os.kill(processor, signal.SIGSTOP)  # else the first status is gone before it can be asked for
+        try:
+            screen.press("Return")
+            wait_until(hearing.announcements, "the beginning of the analysis being spoken", 10)
+            stays(lambda: hearing.announcements() == [_ANALYZING], "what was spoken", 1)
+            require_equal(hearing.renamed(), [("notification", _ANALYZING)], "the list of new names")
+        finally:
+            os.kill(processor, signal.SIGCONT)
+        wait_until(lambda: hearing.announcements()[-1:] == [ANALYZED], "the end of the analysis being spoken", 75)
+        stays(lambda: hearing.announcements().count(ANALYZED) == 1, "how often the end was spoken", 1)
+        require_equal(hearing.focused(), [], "the list of controls that got the keyboard meanwhile")
+        lists = [name for role, name in hearing.renamed() if role == "combo box"]
+        require_equal(sorted(lists), sorted(set(lists)), "the list of pop-ups that told a new name")
+    require(helper.link_field.is_("FOCUSED"), "the link field has lost the keyboard")
+    return [f"pop-ups that told a new name: {lists}"]
 
 
 def _shows_media(run):

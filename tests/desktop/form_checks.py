@@ -54,7 +54,7 @@ def _expected_rows(run):
         [("label", "Save as:"), ("combo box", "Save as"), ("combo box", "Quality"),
          ("combo box", "Subtitle track"), ("combo box", "Subtitle format")],
         [("progress bar", "Progress")],
-        [("label", run.helper.status())],
+        [("notification", run.helper.status())],
         [("push button", "Download…"), ("push button", "Cancel"), ("push button", "Show Downloaded File")],
     ]
 

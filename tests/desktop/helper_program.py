@@ -89,7 +89,7 @@ class HelperProgram:
 
     def status(self):
         """The line below the progress bar."""
-        return self._labels_between(self.progress_bar().extents[3], float("inf"))[0].name
+        return self.control("notification", None).name
 
     def title_and_detail(self):
         top = self.pop_up("Access").extents[3]

@@ -11,6 +11,7 @@
 #include <QStyledItemDelegate>
 #include <QWheelEvent>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/qt/qt_controls.h"
@@ -264,7 +265,49 @@ TEST_F(QtControls, HiddenFromTheStartStaysHiddenWhenTheWindowIsShown) {
   EXPECT_TRUE(button.isVisible());
 }
 
-TEST_F(QtControls, FocusMovesOnFromADisabledControlAndComesBack) {
+TEST_F(QtControls, FocusStaysOnAControlThatIsDisabledForAWhile) {
+  TextField fieldModel("");
+  PopUpButton popUpModel({"one"});
+  CheckBox checkModel("Permission", true);
+  PushButton buttonModel("Paste");
+  const std::vector<std::pair<Control*, QWidget*>> controls{{&fieldModel, &maker.make(fieldModel)},
+                                                            {&popUpModel, &maker.make(popUpModel)},
+                                                            {&checkModel, &maker.make(checkModel)},
+                                                            {&buttonModel, &maker.make(buttonModel)}};
+  window.show();
+  window.activateWindow();
+  ASSERT_TRUE(runUntil([this] { return window.isActiveWindow(); }));
+  for (const auto& [model, widget] : controls) {
+    widget->setFocus();
+    model->setEnabled(false);
+    EXPECT_EQ(window.focusWidget(), widget);
+    model->setEnabled(true);
+    EXPECT_TRUE(widget->hasFocus());
+  }
+}
+
+TEST_F(QtControls, FocusIsBackOnAControlThatWasDisabledWhileItsWindowCameToTheFront) {
+  TextField fieldModel("");
+  CheckBox checkModel("Permission", true);
+  auto& field = make<QLineEdit>(fieldModel);
+  make<QCheckBox>(checkModel);
+  window.show();
+  window.activateWindow();
+  ASSERT_TRUE(runUntil([this] { return window.isActiveWindow(); }));
+  field.setFocus();
+  fieldModel.setEnabled(false);
+  QWidget other;
+  other.show();
+  other.activateWindow();
+  ASSERT_TRUE(runUntil([&other] { return other.isActiveWindow(); }));
+  other.hide();
+  window.activateWindow();
+  ASSERT_TRUE(runUntil([this] { return window.isActiveWindow(); }));
+  fieldModel.setEnabled(true);
+  EXPECT_TRUE(field.hasFocus());
+}
+
+TEST_F(QtControls, TabLeadsOnFromADisabledControl) {
   TextField fieldModel("");
   PushButton pasteModel("Paste");
   CheckBox checkModel("Permission", true);
@@ -275,9 +318,8 @@ TEST_F(QtControls, FocusMovesOnFromADisabledControlAndComesBack) {
   field.setFocus();
   fieldModel.setEnabled(false);
   pasteModel.setEnabled(false);
+  press(field, Qt::Key_Tab);
   EXPECT_EQ(window.focusWidget(), &check);
-  fieldModel.setEnabled(true);
-  EXPECT_EQ(window.focusWidget(), &field);
 }
 
 TEST_F(QtControls, FocusMovesOnFromAHiddenControl) {
@@ -300,9 +342,9 @@ TEST_F(QtControls, FocusStaysWhereTheUserHasMovedItMeanwhile) {
   auto& other = make<QPushButton>(otherModel);
   window.show();
   field.setFocus();
-  fieldModel.setEnabled(false);
+  fieldModel.setHidden(true);
   other.setFocus();
-  fieldModel.setEnabled(true);
+  fieldModel.setHidden(false);
   EXPECT_EQ(window.focusWidget(), &other);
 }
 

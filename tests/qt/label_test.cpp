@@ -97,6 +97,14 @@ TEST_F(QtLabel, FontsAreAsLargeAndHeavyAsAsked) {
   EXPECT_EQ(middle.font().weight(), QFont::DemiBold);
 }
 
+TEST_F(QtLabel, ThatAnnouncesItsTextsIsANotification) {
+  const Label model("Analyzing…", {.wraps = true, .announces = true});
+  QtTextLabel label(model, &window);
+  QAccessibleInterface* spoken = QAccessible::queryAccessibleInterface(&label);
+  EXPECT_EQ(spoken->role(), QAccessible::Notification);
+  EXPECT_EQ(fromQString(spoken->text(QAccessible::Name)), "Analyzing…");
+}
+
 double linearChannel(double channel) {
   return channel <= 0.04045 ? channel / 12.92 : std::pow((channel + 0.055) / 1.055, 2.4);
 }
