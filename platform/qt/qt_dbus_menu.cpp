@@ -1,6 +1,7 @@
 #include "platform/qt/qt_dbus_menu.h"
 
 #include <QDBusArgument>
+#include <QDBusError>
 #include <QDBusMetaType>
 #include <QDBusVariant>
 #include <utility>
@@ -164,8 +165,10 @@ constexpr const char* menuDescription = R"xml(
 
 }  // namespace
 
-QtDBusMenu::QtDBusMenu(QDBusConnection bus, const QString& path, std::shared_ptr<const Menu> menu)
+QtDBusMenu::QtDBusMenu(QDBusConnection bus, const QString& path, std::shared_ptr<const Menu> menu,
+                       Choose choose)
     : menu_(std::move(menu)),
+      choose_(std::move(choose)),
       object_(std::move(bus), path,
               {.interface = QStringLiteral("com.canonical.dbusmenu"),
                .description = QString::fromLatin1(menuDescription),
@@ -221,7 +224,10 @@ bool QtDBusMenu::answer(const QDBusMessage& call, const QDBusConnection& bus) {
     reply = groupProperties(arguments);
   } else if (request == QLatin1String("GetProperty is")) {
     const QVariant value = properties(arguments[0].toInt()).value(arguments[1].toString());
-    if (!value.isValid()) return false;
+    if (!value.isValid()) {
+      bus.send(call.createErrorReply(QDBusError::InvalidArgs, QStringLiteral("No such property.")));
+      return true;
+    }
     reply = {QVariant::fromValue(QDBusVariant(value))};
   } else if (request == QLatin1String("Event isvu")) {
     // Answered first: what the user chose may end the program.
@@ -271,7 +277,7 @@ bool QtDBusMenu::happened(int identifier, const QString& event) const {
   if (identifier == rootIdentifier) return true;
   const std::shared_ptr<MenuItem> chosen = item(identifier);
   if (!chosen) return false;
-  if (event == QLatin1String("clicked")) chosen->userChose();
+  if (event == QLatin1String("clicked")) choose_(*chosen);
   return true;
 }
 

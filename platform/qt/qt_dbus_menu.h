@@ -5,6 +5,7 @@
 
 #include <QDBusConnection>
 #include <QString>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -15,9 +16,12 @@ namespace zunto {
 
 class QtDBusMenu {
  public:
+  /// What is done with an item that the user has chosen.
+  using Choose = std::function<void(const MenuItem&)>;
+
   /// Offers the items that `menu` has now (none: an empty menu) at `path` while this object lives, and keeps
   /// the menu.
-  QtDBusMenu(QDBusConnection bus, const QString& path, std::shared_ptr<const Menu> menu);
+  QtDBusMenu(QDBusConnection bus, const QString& path, std::shared_ptr<const Menu> menu, Choose choose);
 
  private:
   void itemChanged(int identifier);
@@ -31,6 +35,7 @@ class QtDBusMenu {
   [[nodiscard]] QVariantList happenedToGroup(const QVariantList& arguments) const;
 
   std::shared_ptr<const Menu> menu_;
+  Choose choose_;
   QtDBusObject object_;
   std::vector<Observable::Subscription> changes_;
 };

@@ -27,27 +27,45 @@ QString QtDBusObject::introspect(const QString&) const { return behavior_.descri
 
 bool QtDBusObject::handleMessage(const QDBusMessage& message, const QDBusConnection& bus) {
   if (message.type() != QDBusMessage::MethodCallMessage) return false;
-  if (message.interface() == propertiesInterface) return answerProperties(message, bus);
-  const bool isMine = message.interface().isEmpty() || message.interface() == behavior_.interface;
-  return isMine && behavior_.call(message, bus);
-}
-
-bool QtDBusObject::answerProperties(const QDBusMessage& message, const QDBusConnection& bus) const {
-  const QVariantList arguments = message.arguments();
-  if (arguments.isEmpty() || arguments.front().toString() != behavior_.interface) return false;
-  const QVariantMap properties = behavior_.properties();
-  if (message.member() == QLatin1String("GetAll")) {
-    bus.send(message.createReply(QVariant(properties)));
+  if (message.interface() == propertiesInterface) {
+    answerProperties(message, bus);
     return true;
   }
-  if (message.member() != QLatin1String("Get") || arguments.size() != 2) return false;
-  const auto found = properties.find(arguments[1].toString());
-  if (found == properties.end()) {
-    bus.send(message.createErrorReply(QDBusError::UnknownProperty, QStringLiteral("No such property.")));
-  } else {
-    bus.send(message.createReply(QVariant::fromValue(QDBusVariant(*found))));
+  const bool isMine = message.interface().isEmpty() || message.interface() == behavior_.interface;
+  if (!isMine) return false;
+  if (!behavior_.call(message, bus)) {
+    // Of a call that nobody answers Qt would say that there is no such interface, which desktops take for a
+    // broken item. A method that is not there they do without.
+    bus.send(message.createErrorReply(QDBusError::UnknownMethod, QStringLiteral("No such method.")));
   }
   return true;
+}
+
+void QtDBusObject::answerProperties(const QDBusMessage& message, const QDBusConnection& bus) const {
+  const auto refuse = [&](QDBusError::ErrorType error, const char* reason) {
+    bus.send(message.createErrorReply(error, QString::fromLatin1(reason)));
+  };
+  const QString request = message.member() + QLatin1Char(' ') + message.signature();
+  const QVariantList arguments = message.arguments();
+  if (request != QLatin1String("Get ss") && request != QLatin1String("GetAll s")) {
+    refuse(QDBusError::UnknownMethod, "No such method.");
+    return;
+  }
+  if (arguments.front().toString() != behavior_.interface) {
+    refuse(QDBusError::UnknownInterface, "No such interface.");
+    return;
+  }
+  const QVariantMap properties = behavior_.properties();
+  if (arguments.size() == 1) {
+    bus.send(message.createReply(QVariant(properties)));
+    return;
+  }
+  const auto found = properties.find(arguments[1].toString());
+  if (found == properties.end()) {
+    refuse(QDBusError::UnknownProperty, "No such property.");
+    return;
+  }
+  bus.send(message.createReply(QVariant::fromValue(QDBusVariant(*found))));
 }
 
 }  // namespace zunto

@@ -34,7 +34,7 @@ class QtDBusObject final : public QDBusVirtualObject {
   bool handleMessage(const QDBusMessage& message, const QDBusConnection& bus) override;
 
  private:
-  [[nodiscard]] bool answerProperties(const QDBusMessage& message, const QDBusConnection& bus) const;
+  void answerProperties(const QDBusMessage& message, const QDBusConnection& bus) const;
 
   QDBusConnection bus_;
   QString path_;

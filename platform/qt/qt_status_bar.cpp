@@ -16,13 +16,14 @@ struct ShownItem {
 
 }  // namespace
 
-QtStatusBar::QtStatusBar(std::optional<QDBusConnection> bus) : bus_(std::move(bus)) {}
+QtStatusBar::QtStatusBar(std::optional<QDBusConnection> bus, QtDisplay display)
+    : bus_(std::move(bus)), display_(display) {}
 
 QtStatusBar::~QtStatusBar() = default;
 
 std::shared_ptr<StatusItem> QtStatusBar::makeStatusItem() {
   const auto shown = std::make_shared<ShownItem>();
-  if (bus_) shown->notifier = std::make_unique<QtStatusNotifier>(*bus_, shown->item, statusMenu_);
+  if (bus_) shown->notifier = std::make_unique<QtStatusNotifier>(*bus_, display_, shown->item, statusMenu_);
   std::shared_ptr<StatusItem> item(shown, &shown->item);
   statusMenu_.setItem(item);
   return item;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+#include "platform/qt/qt_display.h"
 #include "platform/qt/qt_status_menu.h"
 #include "platform/status_bar.h"
 
@@ -16,7 +17,7 @@ namespace zunto {
 class QtStatusBar final : public StatusBar {
  public:
   /// `bus` is none where there is no session bus: the menu then stands in the windows for good.
-  explicit QtStatusBar(std::optional<QDBusConnection> bus);
+  explicit QtStatusBar(std::optional<QDBusConnection> bus, QtDisplay display = currentDisplay());
   ~QtStatusBar() override;
 
   /// One item at a time is shown. It must not outlive the bar.
@@ -27,6 +28,7 @@ class QtStatusBar final : public StatusBar {
 
  private:
   std::optional<QDBusConnection> bus_;
+  QtDisplay display_;
   QtStatusMenu statusMenu_;
 };
 

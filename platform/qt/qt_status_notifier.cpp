@@ -1,6 +1,7 @@
 #include "platform/qt/qt_status_notifier.h"
 
 #include <QCoreApplication>
+#include <QCursor>
 #include <QDBusArgument>
 #include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <utility>
 
+#include "platform/qt/qt_activation.h"
 #include "platform/qt/qt_status_icon.h"
 #include "platform/qt/qt_text.h"
 
@@ -23,6 +25,7 @@ constexpr QLatin1String menuPath("/MenuBar");
 constexpr QLatin1String watcherName("org.kde.StatusNotifierWatcher");
 constexpr QLatin1String watcherPath("/StatusNotifierWatcher");
 constexpr QLatin1String watcherInterface("org.kde.StatusNotifierWatcher");
+constexpr QLatin1String hostNamePrefix("org.kde.StatusNotifierHost-");
 
 struct WirePixmap {
   int width = 0;
@@ -111,9 +114,11 @@ constexpr const char* itemDescription = R"xml(
     <property name="AttentionIconPixmap" type="a(iiay)" access="read"/>
     <property name="AttentionMovieName" type="s" access="read"/>
     <property name="ToolTip" type="(sa(iiay)ss)" access="read"/>
+    <property name="IconAccessibleDesc" type="s" access="read"/>
     <method name="ContextMenu"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
     <method name="Activate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
     <method name="SecondaryActivate"><arg type="i" direction="in"/><arg type="i" direction="in"/></method>
+    <method name="ProvideXdgActivationToken"><arg type="s" direction="in"/></method>
     <method name="Scroll"><arg type="i" direction="in"/><arg type="s" direction="in"/></method>
     <signal name="NewTitle"/>
     <signal name="NewIcon"/>
@@ -143,8 +148,10 @@ QDBusMessage watcherCall(const QString& interface, const QString& method, const 
 
 }  // namespace
 
-QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStatusMenu& statusMenu)
+QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, QtDisplay display, StatusItem& item,
+                                   QtStatusMenu& statusMenu)
     : bus_(std::move(bus)),
+      display_(display),
       item_(item),
       statusMenu_(statusMenu),
       serviceName_(QStringLiteral("org.kde.StatusNotifierItem-%1-1").arg(QCoreApplication::applicationPid())),
@@ -154,7 +161,8 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
                .properties = [this] { return properties(); },
                .call = [this](const QDBusMessage& call,
                               const QDBusConnection& from) { return answer(call, from); }}),
-      watcherPresence_(watcherName, bus_, QDBusServiceWatcher::WatchForOwnerChange) {
+      watcherPresence_(watcherName, bus_, QDBusServiceWatcher::WatchForOwnerChange),
+      hostPresence_(QStringLiteral("org.kde*"), bus_, QDBusServiceWatcher::WatchForOwnerChange) {
   registerTypes();
   constexpr uint doNotQueue = 4;
   bus_.send(busCall(QStringLiteral("RequestName"), {serviceName_, doNotQueue}));
@@ -165,10 +173,15 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
   QObject::connect(&watcherPresence_, &QDBusServiceWatcher::serviceOwnerChanged, &replyContext_,
                    [this](const QString&, const QString&, const QString& owner) {
                      if (owner.isEmpty()) {
-                       statusMenu_.setHost(QtStatusMenu::Host::none);
+                       watcherHasHost_ = false;
+                       judgeHosts();
                      } else {
                        announce();
                      }
+                   });
+  QObject::connect(&hostPresence_, &QDBusServiceWatcher::serviceOwnerChanged, &replyContext_,
+                   [this](const QString& name, const QString&, const QString& owner) {
+                     if (name.startsWith(hostNamePrefix)) hostNameChanged(name, !owner.isEmpty());
                    });
   hostNews_.setSingleShot(true);
   QObject::connect(&hostNews_, &QTimer::timeout, &replyContext_, [this] { askForHost(); });
@@ -182,6 +195,7 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStat
                QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), &hostNews_,
                SLOT(start()));
   statusMenu_.setHost(QtStatusMenu::Host::unknown);
+  askForHostNames();
   announce();
   QTimer::singleShot(patienceWithHost, &replyContext_, [this] {
     if (statusMenu_.host() == QtStatusMenu::Host::unknown) statusMenu_.setHost(QtStatusMenu::Host::none);
@@ -219,16 +233,50 @@ void QtStatusNotifier::askForHost() {
                    [this](QDBusPendingCallWatcher* finished) {
                      finished->deleteLater();
                      const QDBusPendingReply<QDBusVariant> reply = *finished;
-                     const bool isShown = !reply.isError() && reply.value().variant().toBool();
-                     statusMenu_.setHost(isShown ? QtStatusMenu::Host::shows : QtStatusMenu::Host::none);
+                     watcherHasHost_ = !reply.isError() && reply.value().variant().toBool();
+                     judgeHosts();
                    });
   static_cast<void>(watcher.release());  // its parent owns it
+}
+
+void QtStatusNotifier::askForHostNames() {
+  const QDBusPendingCall call = bus_.asyncCall(busCall(QStringLiteral("ListNames"), {}));
+  auto watcher = std::make_unique<QDBusPendingCallWatcher>(call, &replyContext_);
+  QObject::connect(watcher.get(), &QDBusPendingCallWatcher::finished, &replyContext_,
+                   [this](QDBusPendingCallWatcher* finished) {
+                     finished->deleteLater();
+                     const QDBusPendingReply<QStringList> reply = *finished;
+                     if (reply.isError()) return;
+                     for (const QString& name : reply.value()) {
+                       if (name.startsWith(hostNamePrefix)) hostNameChanged(name, true);
+                     }
+                   });
+  static_cast<void>(watcher.release());  // its parent owns it
+}
+
+void QtStatusNotifier::hostNameChanged(const QString& name, bool isThere) {
+  if (isThere) {
+    hostNames_.insert(name);
+    hostsHaveNames_ = true;
+    hostNews_.start();
+  } else {
+    hostNames_.remove(name);
+    judgeHosts();
+  }
+}
+
+/// Some watchers go on saying that there is a host when the last one has died. Those that mean a host without
+/// a name on the bus are believed as long as none had one.
+void QtStatusNotifier::judgeHosts() {
+  const bool areGone = hostsHaveNames_ && hostNames_.isEmpty();
+  statusMenu_.setHost(watcherHasHost_ && !areGone ? QtStatusMenu::Host::shows : QtStatusMenu::Host::none);
 }
 
 void QtStatusNotifier::mirror() {
   if (item_.menu() != offered_) {
     offerMenu();
     object_.emitSignal(QStringLiteral("NewMenu"));
+    tellStatusLine();
   }
   const QString title = toQString(item_.buttonTitle());
   if (title == std::exchange(shownTitle_, title)) return;
@@ -236,16 +284,34 @@ void QtStatusNotifier::mirror() {
     object_.emitSignal(QString::fromLatin1(news));
 }
 
+/// The picture's description is read anew with the picture.
+void QtStatusNotifier::tellStatusLine() {
+  for (const char* news : {"NewIcon", "NewToolTip"}) object_.emitSignal(QString::fromLatin1(news));
+}
+
 void QtStatusNotifier::offerMenu() {
   offered_ = item_.menu();
   actions_.emplace(offered_);
   popUpMenu_.addActions(actions_->actions());
   menu_.reset();  // two objects cannot stand at one path
-  menu_ = std::make_unique<QtDBusMenu>(bus_, menuPath, offered_);
+  menu_ = std::make_unique<QtDBusMenu>(bus_, menuPath, offered_, [this](const MenuItem& item) {
+    const QtActivation activation(std::exchange(activationToken_, {}));
+    item.userChose();
+  });
+  const std::shared_ptr<MenuItem> line = statusLine();
+  statusLineChanges_ = line ? line->observe([this] { tellStatusLine(); }) : Observable::Subscription();
+}
+
+/// What the menu says before it offers anything.
+std::shared_ptr<MenuItem> QtStatusNotifier::statusLine() const {
+  if (!offered_ || offered_->items().empty() || offered_->items().front()->hasAction()) return nullptr;
+  return offered_->items().front();
 }
 
 QVariantMap QtStatusNotifier::properties() const {
   const QString title = toQString(item_.buttonTitle());
+  const std::shared_ptr<MenuItem> line = statusLine();
+  const QString status = line ? toQString(line->title()) : QString();
   const QVariant noIcon = QVariant::fromValue(QList<WirePixmap>());
   return {{QStringLiteral("Category"), QStringLiteral("ApplicationStatus")},
           {QStringLiteral("Id"), QStringLiteral("zunto-helper")},
@@ -262,17 +328,29 @@ QVariantMap QtStatusNotifier::properties() const {
           {QStringLiteral("AttentionIconName"), QString()},
           {QStringLiteral("AttentionIconPixmap"), noIcon},
           {QStringLiteral("AttentionMovieName"), QString()},
-          {QStringLiteral("ToolTip"), QVariant::fromValue(WireToolTip{QString(), {}, title, QString()})}};
+          {QStringLiteral("ToolTip"), QVariant::fromValue(WireToolTip{QString(), {}, title, status})},
+          {QStringLiteral("IconAccessibleDesc"), status}};
 }
 
 bool QtStatusNotifier::answer(const QDBusMessage& call, const QDBusConnection& bus) {
   const QString request = call.member() + QLatin1Char(' ') + call.signature();
   const bool isMenu = request == QLatin1String("Activate ii") || request == QLatin1String("ContextMenu ii") ||
                       request == QLatin1String("SecondaryActivate ii");
-  if (!isMenu && request != QLatin1String("Scroll is")) return false;
+  if (isMenu) {
+    // A host that hears that there is no such method shows the menu itself. Under Wayland nobody else can put
+    // it beside the pointer.
+    if (display_ != QtDisplay::x11) return false;
+    bus.send(call.createReply());
+    // The item is nothing but its menu. Not every host knows where the pointer is.
+    popUpMenu_.popup(QCursor::pos());
+    return true;
+  }
+  if (request == QLatin1String("ProvideXdgActivationToken s")) {
+    activationToken_ = fromQString(call.arguments()[0].toString());
+  } else if (request != QLatin1String("Scroll is")) {
+    return false;
+  }
   bus.send(call.createReply());
-  // The item is nothing but its menu; most hosts show it themselves.
-  if (isMenu) popUpMenu_.popup(QPoint(call.arguments()[0].toInt(), call.arguments()[1].toInt()));
   return true;
 }
 

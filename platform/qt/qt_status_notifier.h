@@ -7,13 +7,16 @@
 #include <QDBusConnection>
 #include <QDBusServiceWatcher>
 #include <QMenu>
+#include <QSet>
 #include <QTimer>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "platform/model/status_item.h"
 #include "platform/qt/qt_dbus_menu.h"
 #include "platform/qt/qt_dbus_object.h"
+#include "platform/qt/qt_display.h"
 #include "platform/qt/qt_menu_actions.h"
 #include "platform/qt/qt_status_menu.h"
 
@@ -23,7 +26,7 @@ class QtStatusNotifier {
  public:
   /// Shows `item` while this object lives, and tells `statusMenu` whether a host of the desktop shows it:
   /// unknown at first, for half a second at most. Both must outlive this object.
-  QtStatusNotifier(QDBusConnection bus, StatusItem& item, QtStatusMenu& statusMenu);
+  QtStatusNotifier(QDBusConnection bus, QtDisplay display, StatusItem& item, QtStatusMenu& statusMenu);
   QtStatusNotifier(const QtStatusNotifier&) = delete;
   QtStatusNotifier& operator=(const QtStatusNotifier&) = delete;
   ~QtStatusNotifier();
@@ -33,10 +36,16 @@ class QtStatusNotifier {
   void offerMenu();
   void announce();
   void askForHost();
+  void askForHostNames();
+  void hostNameChanged(const QString& name, bool isThere);
+  void judgeHosts();
+  void tellStatusLine();
+  [[nodiscard]] std::shared_ptr<MenuItem> statusLine() const;
   [[nodiscard]] QVariantMap properties() const;
   bool answer(const QDBusMessage& call, const QDBusConnection& bus);
 
   QDBusConnection bus_;
+  QtDisplay display_;
   StatusItem& item_;
   QtStatusMenu& statusMenu_;
   QString serviceName_;
@@ -46,10 +55,16 @@ class QtStatusNotifier {
   std::unique_ptr<QtDBusMenu> menu_;
   QtDBusObject object_;
   QDBusServiceWatcher watcherPresence_;
-  QTimer hostNews_;       ///< a turn after the watcher has reported a change of its hosts
-  QObject replyContext_;  ///< replies that are under way end with it
+  QDBusServiceWatcher hostPresence_;
+  bool watcherHasHost_ = false;  ///< as the watcher says
+  QSet<QString> hostNames_;      ///< of the hosts that have one on the bus
+  bool hostsHaveNames_ = false;  ///< whether there ever was one
+  std::string activationToken_;  ///< for what the user chooses next
+  QTimer hostNews_;              ///< a turn after the watcher has reported a change of its hosts
+  QObject replyContext_;         ///< replies that are under way end with it
   QString shownTitle_;
   Observable::Subscription changes_;
+  Observable::Subscription statusLineChanges_;
 };
 
 }  // namespace zunto

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QCursor>
 #include <QDBusArgument>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -66,8 +67,9 @@ class Watcher {
 
 class QtStatusItems : public QtTest {
  protected:
-  void makeItem() {
-    item = bar.makeStatusItem();
+  void makeItem() { makeItem(bar); }
+  void makeItem(QtStatusBar& in) {
+    item = in.makeStatusItem();
     item->setButtonTitle("Z/UNTO");
     auto menu = std::make_shared<Menu>();
     status->setEnabled(false);
@@ -95,6 +97,10 @@ class QtStatusItems : public QtTest {
         ask(QStringLiteral("/StatusNotifierItem"), QStringLiteral("org.freedesktop.DBus.Properties"),
             QStringLiteral("Get"), {QStringLiteral("org.kde.StatusNotifierItem"), QString::fromLatin1(name)});
     return reply.arguments()[0].value<QDBusVariant>().variant();
+  }
+  QDBusMessage askItem(const char* method, const QVariantList& arguments) {
+    return ask(QStringLiteral("/StatusNotifierItem"), QStringLiteral("org.kde.StatusNotifierItem"),
+               QString::fromLatin1(method), arguments);
   }
   QDBusMessage askMenu(const char* method, const QVariantList& arguments) {
     return ask(QStringLiteral("/MenuBar"), QStringLiteral("com.canonical.dbusmenu"),
@@ -162,6 +168,30 @@ TEST_F(QtStatusItems, FollowsTheHostsComingAndGoing) {
   EXPECT_TRUE(isShown(false));
 }
 
+TEST_F(QtStatusItems, FollowsTheHostsNamesWhereTheWatcherDoesNot) {
+  const Watcher watcher(desktop, true);
+  QDBusConnection panel = bus.connect();
+  const QString name = QStringLiteral("org.kde.StatusNotifierHost-4711");
+  ASSERT_TRUE(panel.registerService(name));
+  makeItem();
+  EXPECT_TRUE(isShown(true));
+  panel.unregisterService(name);
+  EXPECT_TRUE(isShown(false));
+  panel.registerService(name);
+  EXPECT_TRUE(isShown(true));
+}
+
+TEST_F(QtStatusItems, BelievesTheWatcherOfAHostThatHasNoName) {
+  const Watcher watcher(desktop, true);
+  QDBusConnection other = bus.connect();
+  makeItem();
+  EXPECT_TRUE(isShown(true));
+  other.registerService(QStringLiteral("org.kde.Something"));
+  other.unregisterService(QStringLiteral("org.kde.Something"));
+  runTurns();
+  EXPECT_TRUE(bar.statusMenu().isShownByDesktop());
+}
+
 TEST_F(QtStatusItems, TitleAndToolTipCarryTheStatusBarTitle) {
   makeItem();
   EXPECT_EQ(property("Title").toString().toStdString(), "Z/UNTO");
@@ -222,6 +252,57 @@ TEST_F(QtStatusItems, ANewTitleOfAnItemIsReadAtOnce) {
             "ZUNTO Helper Ready");
 }
 
+TEST_F(QtStatusItems, ToolTipAndDescriptionCarryTheStatusLine) {
+  makeItem();
+  QTimer heard;
+  ASSERT_TRUE(desktop.connect(program.baseService(), QStringLiteral("/StatusNotifierItem"),
+                              QStringLiteral("org.kde.StatusNotifierItem"), QStringLiteral("NewToolTip"),
+                              &heard, SLOT(start())));
+  status->setTitle("ZUNTO Helper Ready");
+  EXPECT_TRUE(runUntil([&heard] { return heard.isActive(); }));
+  EXPECT_EQ(property("IconAccessibleDesc").toString().toStdString(), "ZUNTO Helper Ready");
+  const auto tip = property("ToolTip").value<QDBusArgument>();
+  QString icon;
+  QString title;
+  QString description;
+  tip.beginStructure();
+  tip >> icon;
+  tip.beginArray();
+  tip.endArray();
+  tip >> title >> description;
+  EXPECT_EQ(title.toStdString(), "Z/UNTO");
+  EXPECT_EQ(description.toStdString(), "ZUNTO Helper Ready");
+}
+
+TEST_F(QtStatusItems, ShowsItsMenuWhereThePointerIs) {
+  makeItem();
+  const QPoint pointer(300, 200);
+  QCursor::setPos(pointer);
+  for (const char* method : {"Activate", "SecondaryActivate", "ContextMenu"}) {
+    EXPECT_EQ(askItem(method, {0, 27}).type(), QDBusMessage::ReplyMessage) << method;
+    QWidget* menu = QApplication::activePopupWidget();
+    ASSERT_NE(menu, nullptr) << method;
+    EXPECT_EQ(menu->pos(), pointer) << method;
+    menu->close();
+  }
+}
+
+TEST_F(QtStatusItems, LeavesItsMenuToTheHostUnderWayland) {
+  QtStatusBar underWayland(program, QtDisplay::wayland);
+  makeItem(underWayland);
+  for (const char* method : {"Activate", "SecondaryActivate", "ContextMenu"}) {
+    EXPECT_EQ(askItem(method, {0, 27}).errorName().toStdString(), "org.freedesktop.DBus.Error.UnknownMethod");
+    EXPECT_EQ(QApplication::activePopupWidget(), nullptr) << method;
+  }
+  item.reset();  // the bar that it is of ends here
+}
+
+TEST_F(QtStatusItems, TakesATokenForWhatIsChosenNext) {
+  makeItem();
+  EXPECT_EQ(askItem("ProvideXdgActivationToken", {QStringLiteral("token")}).type(),
+            QDBusMessage::ReplyMessage);
+}
+
 TEST_F(QtStatusItems, TellsTheDesktopOfNewTitles) {
   makeItem();
   QTimer heardOfItem;
@@ -237,6 +318,25 @@ TEST_F(QtStatusItems, TellsTheDesktopOfNewTitles) {
   EXPECT_FALSE(heardOfTitle.isActive());
   item->setButtonTitle("Z/UNTO ●");
   EXPECT_TRUE(runUntil([&heardOfTitle] { return heardOfTitle.isActive(); }));
+}
+
+TEST_F(QtStatusItems, SaysOfAMethodThatItDoesNotKnowThatThereIsNone) {
+  makeItem();
+  for (const char* method : {"XAyatanaSecondaryActivate", "Hover"}) {
+    EXPECT_EQ(askItem(method, {0U}).errorName().toStdString(), "org.freedesktop.DBus.Error.UnknownMethod");
+    EXPECT_EQ(askMenu(method, {0U}).errorName().toStdString(), "org.freedesktop.DBus.Error.UnknownMethod");
+  }
+  const QString properties = QStringLiteral("org.freedesktop.DBus.Properties");
+  const QString path = QStringLiteral("/StatusNotifierItem");
+  EXPECT_EQ(ask(path, properties, QStringLiteral("Set"), {0}).errorName().toStdString(),
+            "org.freedesktop.DBus.Error.UnknownMethod");
+  EXPECT_EQ(ask(path, properties, QStringLiteral("GetAll"), {QStringLiteral("org.example.Other")})
+                .errorName()
+                .toStdString(),
+            "org.freedesktop.DBus.Error.UnknownInterface");
+  EXPECT_EQ(ask(path, QStringLiteral("org.freedesktop.DBus.Introspectable"), QStringLiteral("Introspect"), {})
+                .type(),
+            QDBusMessage::ReplyMessage);
 }
 
 TEST_F(QtStatusItems, RefusesWhatItDoesNotKnow) {
