@@ -3,6 +3,7 @@
 #include <QAccessible>
 #include <QAccessibleWidget>
 #include <QAction>
+#include <QApplication>
 #include <QBoxLayout>
 #include <QCloseEvent>
 #include <QKeyEvent>
@@ -16,6 +17,7 @@
 #include <optional>
 #include <utility>
 
+#include "platform/qt/qt_activation.h"
 #include "platform/qt/qt_controls.h"
 #include "platform/qt/qt_menu_actions.h"
 #include "platform/qt/qt_stack_layout.h"
@@ -129,7 +131,8 @@ class WindowStatusMenu {
 
 class NativeWindow final : public QWidget {
  public:
-  NativeWindow(Window& model, QtStatusMenu& statusMenu) : QWidget(nullptr, Qt::Window), model_(model) {
+  NativeWindow(Window& model, QtStatusMenu& statusMenu, QtDisplay display)
+      : QWidget(nullptr, Qt::Window), model_(model), display_(display) {
     setWindowTitle(toQString(model.spec().title));
     auto content = std::make_unique<ContentWidget>(model.spec(), focus_, this);
     auto layout = std::make_unique<QVBoxLayout>();
@@ -147,6 +150,7 @@ class NativeWindow final : public QWidget {
 
   void present() {
     setWindowState(windowState() & ~Qt::WindowMinimized);
+    if (mustBeNewToComeForward()) hide();
     show();
     raise();
     activateWindow();
@@ -186,6 +190,15 @@ class NativeWindow final : public QWidget {
   }
 
  private:
+  /// A compositor lets no window come forward without its permission, but shows a new one where the user
+  /// looks.
+  [[nodiscard]] bool mustBeNewToComeForward() const {
+    const bool hasDialog =
+        QApplication::activeModalWidget() != nullptr;  // it would lose the window it is over
+    return display_ == QtDisplay::wayland && isVisible() && !isActiveWindow() && !hasDialog &&
+           !QtActivation::isGranted();
+  }
+
   void pressDefaultButton() {
     for (QPushButton* button : findChildren<QPushButton*>()) {
       if (button->isDefault() && button->isVisible() && button->isEnabled()) {
@@ -206,6 +219,7 @@ class NativeWindow final : public QWidget {
   }
 
   Window& model_;
+  QtDisplay display_;
   QtFocusKeeper focus_;
   std::optional<WindowStatusMenu> statusMenu_;
 };
@@ -225,7 +239,8 @@ QAccessibleInterface* makeWindowAccessible(const QString&, QObject* object) {
 
 class QtWindowView final : public WindowView {
  public:
-  QtWindowView(Window& model, QtStatusMenu& statusMenu) : model_(model), window_(model, statusMenu) {
+  QtWindowView(Window& model, QtStatusMenu& statusMenu, QtDisplay display)
+      : model_(model), window_(model, statusMenu, display) {
     changes_ = model.observe([this] { mirror(); });
     mirror();
   }
@@ -254,7 +269,7 @@ class QtWindowView final : public WindowView {
 
 std::unique_ptr<WindowView> QtWindowSystem::makeView(Window& window) {
   QAccessible::installFactory(makeWindowAccessible);  // installing it again changes nothing
-  return std::make_unique<QtWindowView>(window, statusMenu_);
+  return std::make_unique<QtWindowView>(window, statusMenu_, display_);
 }
 
 }  // namespace zunto

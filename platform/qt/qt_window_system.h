@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "platform/qt/qt_display.h"
 #include "platform/qt/qt_status_menu.h"
 #include "platform/window_system.h"
 
@@ -14,12 +15,14 @@ class QtWindowSystem final : public WindowSystem {
  public:
   /// The status menu's key equivalents work in every window, and its menu stands there while the desktop does
   /// not show it. `statusMenu` must outlive every view.
-  explicit QtWindowSystem(QtStatusMenu& statusMenu) : statusMenu_(statusMenu) {}
+  explicit QtWindowSystem(QtStatusMenu& statusMenu, QtDisplay display = currentDisplay())
+      : statusMenu_(statusMenu), display_(display) {}
 
   [[nodiscard]] std::unique_ptr<WindowView> makeView(Window& window) override;
 
  private:
   QtStatusMenu& statusMenu_;
+  QtDisplay display_;
 };
 
 }  // namespace zunto

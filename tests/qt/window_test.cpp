@@ -137,6 +137,44 @@ TEST_F(QtWindows, ShowingAgainBringsAMinimizedWindowBack) {
   EXPECT_TRUE(native->isVisible());
 }
 
+/// How often a widget was hidden.
+class Hidings final : public QObject {
+ public:
+  explicit Hidings(QWidget& widget) { widget.installEventFilter(this); }
+  bool eventFilter(QObject*, QEvent* event) override {
+    if (event->type() == QEvent::Hide) ++count;
+    return false;
+  }
+  int count = 0;
+};
+
+TEST_F(QtWindows, ComesForwardUnderWaylandAsANewWindowUnlessItMayOrIsThere) {
+  view.reset();
+  QtWindowSystem underWayland(statusMenu, QtDisplay::wayland);
+  view = underWayland.makeView(model);
+  show();
+  ASSERT_TRUE(runUntil([this] { return native->isActiveWindow(); }));
+  const Hidings hidings(*native);
+  model.show();
+  EXPECT_EQ(hidings.count, 0);
+
+  QWidget other;
+  other.show();
+  other.activateWindow();
+  ASSERT_TRUE(runUntil([&other] { return other.isActiveWindow(); }));
+  qputenv("XDG_ACTIVATION_TOKEN", "given");
+  model.show();
+  EXPECT_EQ(hidings.count, 0);
+  qunsetenv("XDG_ACTIVATION_TOKEN");
+
+  other.activateWindow();
+  ASSERT_TRUE(runUntil([&other] { return other.isActiveWindow(); }));
+  model.show();
+  EXPECT_EQ(hidings.count, 1);
+  EXPECT_TRUE(native->isVisible());
+  EXPECT_TRUE(model.isVisible());
+}
+
 TEST_F(QtWindows, ItsContentStandsInTheMiddleOfTheScreenHoweverOftenItIsCentered) {
   show();
   const QRect area = native->screen()->availableGeometry();
