@@ -11,9 +11,11 @@
 #include <QMenuBar>
 #include <QPushButton>
 #include <QScreen>
+#include <QScrollArea>
 #include <QWidget>
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -31,11 +33,10 @@ QSize nativeSize(const Size& size) {
   return {static_cast<int>(std::lround(size.width)), static_cast<int>(std::lround(size.height))};
 }
 
-/// The window's controls. No smaller than the model says, nor than the controls need.
+/// The window's controls.
 class ContentWidget final : public QWidget {
  public:
-  ContentWidget(const WindowSpec& spec, QtFocusKeeper& focus, QWidget* parent)
-      : QWidget(parent), minimumSize_(nativeSize(spec.minimumSize)) {
+  ContentWidget(const WindowSpec& spec, QtFocusKeeper& focus) {
     QtControlMaker maker(*this, focus);
     std::unique_ptr<QBoxLayout> layout = makeStackLayout(spec.content, maker, column_);
     layout->setContentsMargins(static_cast<int>(std::lround(spec.insets.leading)),
@@ -47,9 +48,16 @@ class ContentWidget final : public QWidget {
     column_.align();
   }
 
-  [[nodiscard]] QSize minimumSizeHint() const override {
-    return QWidget::minimumSizeHint().expandedTo(minimumSize_);
+  /// What the controls need in this width, in which text may wrap to more lines.
+  [[nodiscard]] QSize needed(int width) const {
+    const QSize smallest = layout()->totalMinimumSize();
+    const int wrapped = layout()->totalMinimumHeightForWidth(std::max(smallest.width(), width));
+    return smallest.expandedTo({0, wrapped});
   }
+
+  [[nodiscard]] bool hasHeightForWidth() const override { return true; }
+  /// A scroll area takes this for the least height.
+  [[nodiscard]] int heightForWidth(int width) const override { return needed(width).height(); }
 
  protected:
   bool event(QEvent* event) override {
@@ -59,14 +67,42 @@ class ContentWidget final : public QWidget {
   }
 
  private:
-  QSize minimumSize_;
   QtColumn column_;
+};
+
+/// Shows the content, all of it where there is room, else a part that can be scrolled.
+class ContentArea final : public QScrollArea {
+ public:
+  ContentArea(std::unique_ptr<ContentWidget> content, QWidget* parent) : QScrollArea(parent) {
+    content_ = content.get();
+    setFrameShape(QFrame::NoFrame);
+    setFocusPolicy(Qt::NoFocus);
+    setWidgetResizable(true);
+    setWidget(content.release());
+    // The window's own background shows through.
+    content_->setAutoFillBackground(false);
+    viewport()->setAutoFillBackground(false);
+  }
+
+  [[nodiscard]] QSize needed(int width) const { return content_->needed(width); }
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    // The window wants to know when the content needs another size; Qt ends that news here.
+    if (event->type() == QEvent::LayoutRequest) updateGeometry();
+    return QScrollArea::eventFilter(watched, event);
+  }
+
+ private:
+  ContentWidget* content_;  ///< a child of the viewport
 };
 
 /// The status menu in one window: its keys always, its menu bar while the desktop does not show the menu.
 class WindowStatusMenu {
  public:
-  WindowStatusMenu(QtStatusMenu& statusMenu, QWidget& window) : statusMenu_(statusMenu), window_(window) {
+  /// `grow` makes the window so much higher, or lower.
+  WindowStatusMenu(QtStatusMenu& statusMenu, QWidget& window, std::function<void(int)> grow)
+      : statusMenu_(statusMenu), window_(window), grow_(std::move(grow)) {
     menu_.menuAction()->setMenuRole(QAction::NoRole);
     changes_ = statusMenu_.observe([this] { mirror(); });
     mirror();
@@ -114,12 +150,12 @@ class WindowStatusMenu {
     if (bar_ == nullptr) makeBar();
     const int change = (isShown ? 1 : -1) * bar_->sizeHint().height();
     bar_->setVisible(isShown);
-    const bool isFree = !window_.isMaximized() && !window_.isFullScreen();
-    if (isFree) window_.resize(window_.width(), window_.height() + change);
+    grow_(change);
   }
 
   QtStatusMenu& statusMenu_;
   QWidget& window_;
+  std::function<void(int)> grow_;
   QMenuBar* bar_ = nullptr;  ///< a child of the window; null until it is first shown
   QMenu menu_;
   std::weak_ptr<StatusItem> item_;
@@ -134,7 +170,8 @@ class NativeWindow final : public QWidget {
   NativeWindow(Window& model, QtStatusMenu& statusMenu, QtDisplay display)
       : QWidget(nullptr, Qt::Window), model_(model), display_(display) {
     setWindowTitle(toQString(model.spec().title));
-    auto content = std::make_unique<ContentWidget>(model.spec(), focus_, this);
+    auto content = std::make_unique<ContentArea>(std::make_unique<ContentWidget>(model.spec(), focus_), this);
+    content_ = content.get();
     auto layout = std::make_unique<QVBoxLayout>();
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
@@ -142,8 +179,9 @@ class NativeWindow final : public QWidget {
     layout->addWidget(content.release());
     setLayout(layout.release());
     updateMinimumSize();
-    resize(nativeSize(model.spec().contentSize).expandedTo(minimumSize()));
-    statusMenu_.emplace(statusMenu, *this);
+    const QSize wanted = nativeSize(model.spec().contentSize);
+    resize(wanted.expandedTo(content_->needed(wanted.width())).boundedTo(usableArea().size()));
+    statusMenu_.emplace(statusMenu, *this, [this](int change) { growBy(change); });
     // The keyboard starts at the first control.
     focusNextChild();
   }
@@ -157,14 +195,18 @@ class NativeWindow final : public QWidget {
   }
 
   /// By the content: how large the frame is turns out only when the desktop has drawn it, and the window
-  /// would jump when it is centred again.
+  /// would jump when it is centred again. A frame that is larger than frames are is made room for as soon as
+  /// it is known.
   void center() {
     if (isMaximized() || isFullScreen()) return;
-    constexpr int titleBar = 40;
     const QRect area = screen()->availableGeometry();
-    const int spare = std::max(0, area.height() - height());
-    const int top = std::max(spare / 2, std::min(spare, titleBar));
-    setGeometry(area.x() + (area.width() - width()) / 2, area.y() + top, width(), height());
+    const QRect usable = usableArea();
+    QRect place(QPoint(), size().boundedTo(usable.size()));
+    place.moveCenter(area.center());
+    place.moveTo(std::clamp(place.left(), usable.left(), usable.right() + 1 - place.width()),
+                 std::clamp(place.top(), usable.top(), usable.bottom() + 1 - place.height()));
+    centeredAt_ = place;
+    setGeometry(place);
   }
 
  protected:
@@ -186,6 +228,7 @@ class NativeWindow final : public QWidget {
   bool event(QEvent* event) override {
     const bool answer = QWidget::event(event);
     if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::Resize) updateMinimumSize();
+    if (event->type() == QEvent::Move || event->type() == QEvent::WindowActivate) makeRoomForFrame();
     return answer;
   }
 
@@ -193,8 +236,8 @@ class NativeWindow final : public QWidget {
   /// A compositor lets no window come forward without its permission, but shows a new one where the user
   /// looks.
   [[nodiscard]] bool mustBeNewToComeForward() const {
-    const bool hasDialog =
-        QApplication::activeModalWidget() != nullptr;  // it would lose the window it is over
+    // A dialog would lose the window that it stands over.
+    const bool hasDialog = QApplication::activeModalWidget() != nullptr;
     return display_ == QtDisplay::wayland && isVisible() && !isActiveWindow() && !hasDialog &&
            !QtActivation::isGranted();
   }
@@ -208,19 +251,53 @@ class NativeWindow final : public QWidget {
     }
   }
 
-  /// Qt's own minimum does not know that text wraps to more lines in a narrow window.
+  /// The screen without bars and without what the window's frame may take.
+  [[nodiscard]] QRect usableArea() const {
+    constexpr int titleBar = 40;
+    constexpr int border = 8;
+    const QRect inner = geometry();
+    const QRect outer = frameGeometry();
+    const QMargins frame(
+        std::max(border, inner.left() - outer.left()), std::max(titleBar, inner.top() - outer.top()),
+        std::max(border, outer.right() - inner.right()), std::max(border, outer.bottom() - inner.bottom()));
+    return screen()->availableGeometry().marginsRemoved(frame);
+  }
+
+  /// Whether it stands where it was last centred: the user has neither moved nor resized it since.
+  [[nodiscard]] bool isCentered() const { return geometry() == centeredAt_; }
+
+  void makeRoomForFrame() {
+    if (isFrameKnown_ || frameGeometry() == geometry()) return;
+    isFrameKnown_ = true;
+    if (isCentered()) center();
+  }
+
+  void growBy(int change) {
+    if (isMaximized() || isFullScreen()) return;
+    const bool wasCentered = isCentered();
+    resize(width(), height() + change);
+    if (wasCentered) center();
+  }
+
+  /// Qt's own minimum does not know that text wraps to more lines in a narrow window. A screen that is too
+  /// small for the whole content gets a part of it. Under Wayland so does a tile, which a window would not
+  /// keep to that needs more.
   void updateMinimumSize() {
     if (layout() == nullptr) return;
-    const QSize smallest = layout()->totalMinimumSize();
-    const int width = std::max(smallest.width(), this->width());
-    const int wrapped = layout()->hasHeightForWidth() ? layout()->totalMinimumHeightForWidth(width) : 0;
-    const QSize needed(smallest.width(), std::max(smallest.height(), wrapped));
+    QSize needed = nativeSize(model_.spec().minimumSize);
+    if (display_ != QtDisplay::wayland) needed = needed.expandedTo(content_->needed(width()));
+    const QWidget* bar = layout()->menuBar();
+    if (bar != nullptr && !bar->isHidden()) needed.rheight() += bar->sizeHint().height();
+    needed = needed.boundedTo(usableArea().size());
     if (needed != minimumSize()) setMinimumSize(needed);
   }
 
   Window& model_;
   QtDisplay display_;
   QtFocusKeeper focus_;
+  ContentArea* content_ = nullptr;  ///< a child of this window
+  std::optional<QRect> centeredAt_;
+  bool isFrameKnown_ = false;
   std::optional<WindowStatusMenu> statusMenu_;
 };
 

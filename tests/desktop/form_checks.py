@@ -5,6 +5,7 @@ import screen
 from helper_program import READY, WINDOW_TITLE
 from steps import Step, require, require_equal, wait_until
 
+_HEADING = "Media Import"
 _INTRODUCTION = ("Paste a YouTube or Bilibili link. Analyze available formats, then save video, audio, or a source "
                  "subtitle directly to your Mac.")
 _PERMISSION = "I own this media or have permission to download and use it."
@@ -43,7 +44,7 @@ def _becomes_ready(run):
 def _expected_rows(run):
     title, detail = run.helper.title_and_detail()
     return [
-        [("label", "Media Import")],
+        [("label", _HEADING)],
         [("label", _INTRODUCTION)],
         [("text", "Media link"), ("push button", "Paste"), ("push button", "Analyze")],
         [("check box", _PERMISSION)],
@@ -78,8 +79,9 @@ def _rows_in_order(run):
 
 
 def _content(window):
-    """The part of the window below its menu bar."""
-    return accessibility.find(window, "filler")
+    """What holds the controls, inside of what scrolls it."""
+    fillers = accessibility.find_all(window, "filler")
+    return next(filler for filler in fillers if any(child.name == _HEADING for child in filler.children))
 
 
 def _check_row(row):

@@ -9,6 +9,9 @@
 #include <QMenuBar>
 #include <QPushButton>
 #include <QScreen>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QWindow>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -187,12 +190,51 @@ TEST_F(QtWindows, ItsContentStandsInTheMiddleOfTheScreenHoweverOftenItIsCentered
   EXPECT_EQ(native->geometry(), place);
 }
 
-TEST_F(QtWindows, LeavesRoomForItsTitleBarOnALowScreen) {
+TEST_F(QtWindows, StaysInTheMiddleWhenItsMenuBarComesUnlessTheUserHasMovedIt) {
+  const auto item = giveStatusMenu();
+  statusMenu.setHost(QtStatusMenu::Host::unknown);
+  show();
+  statusMenu.setHost(QtStatusMenu::Host::none);
+  const QRect area = native->screen()->availableGeometry();
+  EXPECT_LE(std::abs(native->geometry().center().y() - area.center().y()), 1);
+  native->move(10, 20);
+  const QPoint place = native->geometry().topLeft();
+  statusMenu.setHost(QtStatusMenu::Host::shows);
+  EXPECT_EQ(native->geometry().topLeft(), place);
+}
+
+TEST_F(QtWindows, LeavesRoomForItsFrameOnALowScreen) {
   show();
   const QRect area = native->screen()->availableGeometry();
   native->resize(680, area.height() - 50);
   model.center();
   EXPECT_EQ(native->geometry().top(), area.top() + 40);
+  native->resize(area.size());
+  model.center();
+  EXPECT_TRUE(area.contains(native->frameGeometry()));
+  EXPECT_EQ(native->geometry().top(), area.top() + 40);
+}
+
+TEST_F(QtWindows, ScrollsWhatDoesNotFitAndShowsTheControlThatTabReaches) {
+  show();
+  const auto& area = *native->findChild<QScrollArea*>();
+  EXPECT_FALSE(area.verticalScrollBar()->isVisible());
+  EXPECT_FALSE(area.horizontalScrollBar()->isVisible());
+  native->windowHandle()->resize(400, 200);  // a tile takes no notice of what a window needs
+  runTurns();
+  EXPECT_TRUE(area.verticalScrollBar()->isVisible());
+  EXPECT_EQ(area.width(), 400);
+  QPushButton& cancel = child<QPushButton>("Cancel");
+  const auto isInSight = [&] {
+    const QRect place(cancel.mapTo(area.viewport(), QPoint()), cancel.size());
+    return area.viewport()->rect().contains(place);
+  };
+  EXPECT_FALSE(isInSight());
+  QWidget* before = native->findChild<QComboBox*>();
+  before->setFocus();
+  press(*before, Qt::Key_Tab);
+  EXPECT_EQ(native->focusWidget(), &cancel);
+  EXPECT_TRUE(isInSight());
 }
 
 TEST_F(QtWindows, StaysMaximizedWhenItIsCentered) {

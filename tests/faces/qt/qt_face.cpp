@@ -11,13 +11,13 @@
 #include <QFileDialog>
 #include <QKeyEvent>
 #include <QLabel>
-#include <QLayout>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollArea>
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
@@ -46,7 +46,7 @@ QWidget* importWindow() {
 }
 
 /// What holds the controls, without the menu bar.
-QWidget* content(QWidget* window) { return window->layout()->itemAt(0)->widget(); }
+QWidget* content(QWidget* window) { return window->findChild<QScrollArea*>()->widget(); }
 
 /// The first visible widget of one kind for which `matches` answers true; nullptr when there is none.
 template <class Widget>
