@@ -100,7 +100,8 @@ WindowSpec ImportForm::describeWindow() {
           .contentSize = contentSize,
           .minimumSize = minimumSize,
           .insets = insets,
-          .content = std::move(rows)};
+          .content = std::move(rows),
+          .dropField = &urlField};
 }
 
 }  // namespace zunto

@@ -20,6 +20,9 @@ struct WindowSpec {
   Size minimumSize;  ///< points
   Insets insets;     ///< of `content` in the window
   Stack content;
+  /// The one whose text the user replaces by dropping a link or a text anywhere on the window, where views
+  /// know how to; none where nothing can be dropped.
+  TextField* dropField = nullptr;
 };
 
 class Window final : public Observable {

@@ -6,7 +6,10 @@
 #include <QApplication>
 #include <QBoxLayout>
 #include <QCloseEvent>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QKeyEvent>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
@@ -21,6 +24,7 @@
 
 #include "platform/qt/qt_activation.h"
 #include "platform/qt/qt_controls.h"
+#include "platform/qt/qt_dropped_text.h"
 #include "platform/qt/qt_menu_actions.h"
 #include "platform/qt/qt_stack_layout.h"
 #include "platform/qt/qt_text.h"
@@ -182,6 +186,11 @@ class NativeWindow final : public QWidget {
     const QSize wanted = nativeSize(model.spec().contentSize);
     resize(wanted.expandedTo(content_->needed(wanted.width())).boundedTo(usableArea().size()));
     statusMenu_.emplace(statusMenu, *this, [this](int change) { growBy(change); });
+    if (model.spec().dropField != nullptr) {
+      setAcceptDrops(true);
+      // Else a second link would land inside the first one.
+      for (QLineEdit* field : findChildren<QLineEdit*>()) field->setAcceptDrops(false);
+    }
     // The keyboard starts at the first control.
     focusNextChild();
   }
@@ -210,6 +219,13 @@ class NativeWindow final : public QWidget {
   }
 
  protected:
+  void dragEnterEvent(QDragEnterEvent* event) override { considerDrop(*event); }
+
+  void dropEvent(QDropEvent* event) override {
+    const std::optional<QString> text = considerDrop(*event);
+    if (text) model_.spec().dropField->userEdited(fromQString(*text));
+  }
+
   void closeEvent(QCloseEvent* event) override {
     model_.userClosed();
     event->accept();
@@ -240,6 +256,17 @@ class NativeWindow final : public QWidget {
     const bool hasDialog = QApplication::activeModalWidget() != nullptr;
     return display_ == QtDisplay::wayland && isVisible() && !isActiveWindow() && !hasDialog &&
            !QtActivation::isGranted();
+  }
+
+  /// What would stand in the field, where the drop is accepted. What is dragged out of the window itself,
+  /// such as a part of the link, is not meant for it.
+  std::optional<QString> considerDrop(QDropEvent& event) const {
+    const auto* source = qobject_cast<const QWidget*>(event.source());
+    const bool isOwn = source != nullptr && source->window() == this;
+    if (isOwn || !model_.spec().dropField->isEnabled()) return std::nullopt;
+    std::optional<QString> text = droppedText(*event.mimeData());
+    if (!text || !acceptAsCopy(event)) return std::nullopt;
+    return text;
   }
 
   void pressDefaultButton() {

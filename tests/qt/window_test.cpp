@@ -3,10 +3,13 @@
 #include <QAccessible>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
+#include <QMimeData>
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollArea>
@@ -15,6 +18,7 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/qt/qt_window_system.h"
@@ -53,7 +57,8 @@ struct SampleForm {
             .contentSize = {680, 520},
             .minimumSize = {600, 470},
             .insets = {.leading = 28, .trailing = 28, .top = 26, .minimumBottom = 24},
-            .content = std::move(content)};
+            .content = std::move(content),
+            .dropField = &link};
   }
 };
 
@@ -399,6 +404,66 @@ TEST_F(QtWindows, TheMenusKeysAreTheWindowsWithAndWithoutItsMenuBar) {
     QApplication::sendEvent(&field(), &claim);
     EXPECT_FALSE(claim.isAccepted());
   }
+}
+
+class Drops : public QtWindows {
+ protected:
+  static std::unique_ptr<QMimeData> text(const char* content) {
+    auto data = std::make_unique<QMimeData>();
+    data->setText(QString::fromUtf8(content));
+    return data;
+  }
+  static std::unique_ptr<QMimeData> addresses(const char* list) {
+    auto data = std::make_unique<QMimeData>();
+    data->setData(QStringLiteral("text/uri-list"), QByteArray(list));
+    return data;
+  }
+  /// Drops over a control as Qt does: on the nearest widget around it that takes drops at all. Answers what
+  /// became of it; none where nobody takes it.
+  static std::optional<Qt::DropAction> drop(QWidget& over, const QMimeData& data,
+                                            Qt::DropActions offered = Qt::CopyAction | Qt::MoveAction) {
+    QWidget* target = &over;
+    while (target != nullptr && !target->acceptDrops()) target = target->parentWidget();
+    if (target == nullptr) return std::nullopt;
+    QDragEnterEvent enter({5, 5}, offered, &data, Qt::LeftButton, Qt::NoModifier);
+    enter.ignore();
+    QApplication::sendEvent(target, &enter);
+    if (!enter.isAccepted()) return std::nullopt;
+    QDropEvent event({5, 5}, offered, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(target, &event);
+    return event.dropAction();
+  }
+};
+
+TEST_F(Drops, AnywhereOnTheWindowReplaceTheLink) {
+  show();
+  form.link.setText("https://media.example/first");
+  EXPECT_EQ(drop(field(), *text("https://media.example/second")), Qt::CopyAction);
+  EXPECT_EQ(form.link.text(), "https://media.example/second");
+  EXPECT_EQ(drop(child<QLabel>("Sample"), *text("  https://media.example/third\nand more")), Qt::CopyAction);
+  EXPECT_EQ(form.link.text(), "https://media.example/third");
+  EXPECT_EQ(drop(*native, *text("https://media.example/fourth"), Qt::LinkAction), Qt::LinkAction);
+  EXPECT_EQ(field().text().toStdString(), "https://media.example/fourth");
+}
+
+TEST_F(Drops, OfAListOfAddressesGiveTheFirst) {
+  show();
+  const auto list =
+      addresses("# from a browser\r\nhttps://media.example/watch?v=a%20b&t=1\r\nhttps://other.example\r\n");
+  EXPECT_EQ(drop(field(), *list), Qt::CopyAction);
+  EXPECT_EQ(form.link.text(), "https://media.example/watch?v=a%20b&t=1");
+}
+
+TEST_F(Drops, AreRefusedWithoutATextAndWhileTheFieldIsDisabled) {
+  show();
+  form.link.setText("https://media.example/first");
+  QMimeData picture;
+  picture.setData(QStringLiteral("image/png"), QByteArray("not a text"));
+  EXPECT_EQ(drop(field(), picture), std::nullopt);
+  EXPECT_EQ(drop(field(), *text("taken away"), Qt::MoveAction), std::nullopt);
+  form.link.setEnabled(false);
+  EXPECT_EQ(drop(*native, *text("https://media.example/second")), std::nullopt);
+  EXPECT_EQ(form.link.text(), "https://media.example/first");
 }
 
 TEST_F(QtWindows, LongTextsNeverMakeTheWindowWider) {
