@@ -19,6 +19,7 @@
 #include "platform/posix/proxy_exemption.h"
 #include "platform/qt/qt_application.h"
 #include "platform/qt/qt_clock.h"
+#include "platform/qt/qt_color_scheme.h"
 #include "platform/qt/qt_desktop.h"
 #include "platform/qt/qt_dialogs.h"
 #include "platform/qt/qt_session_bus.h"
@@ -83,6 +84,7 @@ int runOnQt(int argc, char** argv, FixedAddresses addresses) {
   QtSessionBus sessionBus(instance.hasBus());
   QtApplication application(argc, argv);
   const std::optional<QDBusConnection> bus = sessionBus.connect();
+  const QtColorScheme colorScheme(bus);
   QtClock clock;
   QtUrlEvents urlEvents(clock);
   const PosixHostEnvironment host(findExecutableFolder());

@@ -1,6 +1,7 @@
 #include "platform/qt/qt_controls.h"
 
 #include <QCheckBox>
+#include <QEvent>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QPainter>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <utility>
 
+#include "platform/qt/qt_colors.h"
 #include "platform/qt/qt_pop_up.h"
 #include "platform/qt/qt_steady_focus.h"
 #include "platform/qt/qt_text.h"
@@ -46,6 +48,7 @@ class FieldWidget final : public QtSteadyFocus<QLineEdit> {
       model_.userEdited(fromQString(text));
       mirrorText();
     });
+    colorPlaceholder();
   }
 
   void mirrorText() {
@@ -59,7 +62,25 @@ class FieldWidget final : public QtSteadyFocus<QLineEdit> {
     shownAs_ = text();
   }
 
+ protected:
+  void changeEvent(QEvent* event) override {
+    QtSteadyFocus::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange) colorPlaceholder();
+  }
+
  private:
+  /// Not every palette has a colour for it that can be read.
+  void colorPlaceholder() {
+    QPalette shown = palette();
+    shown.setCurrentColorGroup(QPalette::Active);
+    const QColor wanted = secondaryTextColor(shown, QPalette::Text, QPalette::Base);
+    if (shown.color(QPalette::PlaceholderText) == wanted) return;
+    QPalette own;
+    own.setResolveMask(0);
+    own.setColor(QPalette::PlaceholderText, wanted);
+    setPalette(own);
+  }
+
   /// Links may be far longer than Qt's own limit of 32767 characters.
   static constexpr int longestText = 16 * 1024 * 1024;
 

@@ -13,6 +13,7 @@
 #include <memory>
 #include <utility>
 
+#include "platform/qt/qt_colors.h"
 #include "platform/qt/qt_text.h"
 
 namespace zunto {
@@ -24,27 +25,6 @@ constexpr double referenceFontSize = 13;
 
 /// How wide a wrapping label wants to be at most; a window makes it wider or narrower.
 constexpr int wrappingWidthInCharacters = 60;
-
-double linear(double channel) {
-  return channel <= 0.04045 ? channel / 12.92 : std::pow((channel + 0.055) / 1.055, 2.4);
-}
-
-double luminance(const QColor& color) {
-  return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) + 0.0722 * linear(color.blueF());
-}
-
-double contrast(const QColor& one, const QColor& other) {
-  const double a = luminance(one);
-  const double b = luminance(other);
-  return (std::max(a, b) + 0.05) / (std::min(a, b) + 0.05);
-}
-
-QColor mix(const QColor& text, const QColor& background, float share) {
-  const auto channel = [share](float a, float b) { return a * share + b * (1 - share); };
-  return QColor::fromRgbF(channel(text.redF(), background.redF()),
-                          channel(text.greenF(), background.greenF()),
-                          channel(text.blueF(), background.blueF()));
-}
 
 QFont::Weight nativeWeight(FontWeight weight) {
   switch (weight) {
@@ -99,17 +79,6 @@ QAccessibleInterface* makeAnnouncement(const QString&, QObject* object) {
 }  // namespace
 
 void announceQtTextLabels() { QAccessible::installFactory(makeAnnouncement); }
-
-QColor secondaryTextColor(const QPalette& palette) {
-  constexpr double readable = 4.5;
-  const QColor text = palette.color(QPalette::WindowText);
-  const QColor background = palette.color(QPalette::Window);
-  for (int percent = 60; percent < 100; percent += 5) {
-    const QColor color = mix(text, background, static_cast<float>(percent) / 100);
-    if (contrast(color, background) >= readable) return color;
-  }
-  return text;
-}
 
 QtTextLabel::QtTextLabel(const Label& model, QWidget* parent)
     : QLabel(parent), model_(model), style_(model.style()) {

@@ -54,7 +54,4 @@ class QtTextLabel final : public QLabel {
 /// From now on a label that announces its texts is a notification for screen readers.
 void announceQtTextLabels();
 
-/// `palette`'s text colour, toned down as far as it stays readable on the window's background.
-[[nodiscard]] QColor secondaryTextColor(const QPalette& palette);
-
 }  // namespace zunto

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/qt/qt_colors.h"
 #include "platform/qt/qt_controls.h"
 #include "tests/qt/qt_world.h"
 
@@ -90,6 +91,25 @@ TEST_F(QtControls, FieldTakesALinkOfAHundredKilobytes) {
   const std::string link = "https://media.example/" + std::string(100'000, 'a');
   model.setText(link);
   EXPECT_EQ(fromQString(field.text()), link);
+}
+
+TEST_F(QtControls, FieldHasAPlaceholderThatCanBeReadWhateverThePalette) {
+  TextField model("placeholder");
+  auto& field = make<QLineEdit>(model);
+  const auto readability = [&field] {
+    const QPalette& palette = field.palette();
+    return contrast(palette.color(QPalette::PlaceholderText), palette.color(QPalette::Base));
+  };
+  EXPECT_GE(readability(), 4.5);
+  QPalette dark(QColor(0x3a, 0x3a, 0x40), QColor(0x2a, 0x2a, 0x2e));
+  dark.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x22));
+  dark.setColor(QPalette::Text, Qt::white);
+  dark.setColor(QPalette::PlaceholderText, Qt::black);
+  window.setPalette(dark);
+  EXPECT_GE(readability(), 4.5);
+  EXPECT_LT(readability(), contrast(Qt::white, QColor(0x1e, 0x1e, 0x22)));
+  window.setPalette(QPalette());
+  EXPECT_GE(readability(), 4.5);
 }
 
 TEST_F(QtControls, FieldTakesPastedText) {

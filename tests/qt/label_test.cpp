@@ -5,9 +5,6 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QHelpEvent>
-#include <algorithm>
-#include <cmath>
-#include <utility>
 
 #include "tests/qt/qt_world.h"
 
@@ -103,33 +100,6 @@ TEST_F(QtLabel, ThatAnnouncesItsTextsIsANotification) {
   QAccessibleInterface* spoken = QAccessible::queryAccessibleInterface(&label);
   EXPECT_EQ(spoken->role(), QAccessible::Notification);
   EXPECT_EQ(fromQString(spoken->text(QAccessible::Name)), "Analyzing…");
-}
-
-double linearChannel(double channel) {
-  return channel <= 0.04045 ? channel / 12.92 : std::pow((channel + 0.055) / 1.055, 2.4);
-}
-
-double contrastOf(const QColor& one, const QColor& other) {
-  const auto luminance = [](const QColor& color) {
-    return 0.2126 * linearChannel(color.redF()) + 0.7152 * linearChannel(color.greenF()) +
-           0.0722 * linearChannel(color.blueF());
-  };
-  const double a = luminance(one) + 0.05;
-  const double b = luminance(other) + 0.05;
-  return std::max(a, b) / std::min(a, b);
-}
-
-TEST_F(QtLabel, SecondaryColorIsReadableOnLightAndDark) {
-  for (const auto& [text, background] : {std::pair(QColor(0, 0, 0), QColor(239, 239, 239)),
-                                         std::pair(QColor(230, 230, 230), QColor(40, 40, 44)),
-                                         std::pair(QColor(80, 80, 80), QColor(250, 250, 250))}) {
-    QPalette palette;
-    palette.setColor(QPalette::WindowText, text);
-    palette.setColor(QPalette::Window, background);
-    const QColor secondary = secondaryTextColor(palette);
-    EXPECT_GE(contrastOf(secondary, background), 4.5);
-    EXPECT_LT(contrastOf(secondary, background), contrastOf(text, background));
-  }
 }
 
 }  // namespace
