@@ -14,7 +14,7 @@ packing_packages=(dpkg-dev file librsvg2-bin)
 
 # A display, a session and a screen reader's view for the demonstration.
 demo_packages=(
-  xvfb openbox x11-utils xdotool imagemagick fonts-dejavu-core dbus at-spi2-core python3 python3-gi gir1.2-atspi-2.0
+  xvfb openbox x11-utils xdotool trayer imagemagick fonts-dejavu-core dbus at-spi2-core python3 python3-gi gir1.2-atspi-2.0
   openssl iproute2 procps
 )
 

@@ -49,6 +49,10 @@ class StatusIconEngine final : public QIconEngine {
 
 }  // namespace
 
+StatusMark statusMarkIn(const QString& title) {
+  return title.endsWith(QChar(0x25cf)) ? StatusMark::dot : StatusMark::none;
+}
+
 QImage drawStatusIcon(int side, StatusMark mark) {
   QImage image(side, side, QImage::Format_ARGB32_Premultiplied);
   image.fill(Qt::transparent);

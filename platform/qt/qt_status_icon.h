@@ -4,6 +4,7 @@
 
 #include <QIcon>
 #include <QImage>
+#include <QString>
 
 namespace zunto {
 
@@ -11,6 +12,9 @@ enum class StatusMark {
   none,
   dot  ///< a filled dot in the corner
 };
+
+/// A bar that shows pictures shows the title's mark as a dot on the program's picture.
+[[nodiscard]] StatusMark statusMarkIn(const QString& title);
 
 /// A square picture with `side` pixels.
 [[nodiscard]] QImage drawStatusIcon(int side, StatusMark mark);

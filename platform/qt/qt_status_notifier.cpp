@@ -85,14 +85,9 @@ WirePixmap wirePixmap(int side, StatusMark mark) {
   return result;
 }
 
-/// A bar that shows pictures shows the title's mark as a dot on the program's picture.
-StatusMark markIn(const QString& title) {
-  return title.endsWith(QChar(0x25cf)) ? StatusMark::dot : StatusMark::none;
-}
-
 QList<WirePixmap> wireIcon(const QString& title) {
   QList<WirePixmap> result;
-  for (const int side : {16, 22, 24, 32, 48, 64}) result.append(wirePixmap(side, markIn(title)));
+  for (const int side : {16, 22, 24, 32, 48, 64}) result.append(wirePixmap(side, statusMarkIn(title)));
   return result;
 }
 
@@ -130,6 +125,10 @@ constexpr const char* itemDescription = R"xml(
 /// How long windows go without the menu before the desktop has said whether it shows it.
 constexpr std::chrono::milliseconds patienceWithHost(500);
 
+/// How long a host may take to come, or to come back: it shall not find an icon of the older kind beside its
+/// own.
+constexpr std::chrono::seconds patienceWithRestarts(2);
+
 /// A call to the bus itself. Its answer, if any, is nobody's business: a bus may take its time.
 QDBusMessage busCall(const QString& method, const QVariantList& arguments) {
   QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
@@ -161,6 +160,7 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, QtDisplay display, Statu
                .properties = [this] { return properties(); },
                .call = [this](const QDBusMessage& call,
                               const QDBusConnection& from) { return answer(call, from); }}),
+      olderTray_(item),
       watcherPresence_(watcherName, bus_, QDBusServiceWatcher::WatchForOwnerChange),
       hostPresence_(QStringLiteral("org.kde*"), bus_, QDBusServiceWatcher::WatchForOwnerChange) {
   registerTypes();
@@ -183,6 +183,12 @@ QtStatusNotifier::QtStatusNotifier(QDBusConnection bus, QtDisplay display, Statu
                    [this](const QString& name, const QString&, const QString& owner) {
                      if (name.startsWith(hostNamePrefix)) hostNameChanged(name, !owner.isEmpty());
                    });
+  withoutHost_.setSingleShot(true);
+  withoutHost_.setInterval(patienceWithRestarts);
+  QObject::connect(&withoutHost_, &QTimer::timeout, &replyContext_, [this] {
+    olderTrayIsDue_ = true;
+    askForHost();
+  });
   hostNews_.setSingleShot(true);
   QObject::connect(&hostNews_, &QTimer::timeout, &replyContext_, [this] { askForHost(); });
   for (const char* news : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"}) {
@@ -216,7 +222,8 @@ void QtStatusNotifier::announce() {
                    [this](QDBusPendingCallWatcher* finished) {
                      finished->deleteLater();
                      if (finished->isError()) {
-                       statusMenu_.setHost(QtStatusMenu::Host::none);
+                       watcherHasHost_ = false;
+                       judgeHosts();
                      } else {
                        askForHost();
                      }
@@ -235,6 +242,8 @@ void QtStatusNotifier::askForHost() {
                      const QDBusPendingReply<QDBusVariant> reply = *finished;
                      watcherHasHost_ = !reply.isError() && reply.value().variant().toBool();
                      judgeHosts();
+                     // The bus and the watcher have just answered, so they will answer Qt, too.
+                     if (olderTrayIsDue_ && bus_.isConnected()) olderTray_.offer();
                    });
   static_cast<void>(watcher.release());  // its parent owns it
 }
@@ -269,7 +278,20 @@ void QtStatusNotifier::hostNameChanged(const QString& name, bool isThere) {
 /// a name on the bus are believed as long as none had one.
 void QtStatusNotifier::judgeHosts() {
   const bool areGone = hostsHaveNames_ && hostNames_.isEmpty();
-  statusMenu_.setHost(watcherHasHost_ && !areGone ? QtStatusMenu::Host::shows : QtStatusMenu::Host::none);
+  const bool isShown = watcherHasHost_ && !areGone;
+  statusMenu_.setHost(isShown ? QtStatusMenu::Host::shows : QtStatusMenu::Host::none);
+  considerOlderTray(isShown);
+}
+
+void QtStatusNotifier::considerOlderTray(bool isShown) {
+  if (display_ != QtDisplay::x11) return;
+  if (isShown) {
+    withoutHost_.stop();
+    olderTrayIsDue_ = false;
+    olderTray_.withdraw();
+  } else if (!olderTrayIsDue_ && !withoutHost_.isActive()) {
+    withoutHost_.start();
+  }
 }
 
 void QtStatusNotifier::mirror() {

@@ -19,6 +19,7 @@
 #include "platform/qt/qt_display.h"
 #include "platform/qt/qt_menu_actions.h"
 #include "platform/qt/qt_status_menu.h"
+#include "platform/qt/qt_tray_icon.h"
 
 namespace zunto {
 
@@ -39,6 +40,7 @@ class QtStatusNotifier {
   void askForHostNames();
   void hostNameChanged(const QString& name, bool isThere);
   void judgeHosts();
+  void considerOlderTray(bool isShown);
   void tellStatusLine();
   [[nodiscard]] std::shared_ptr<MenuItem> statusLine() const;
   [[nodiscard]] QVariantMap properties() const;
@@ -54,6 +56,9 @@ class QtStatusNotifier {
   std::optional<QtMenuActions> actions_;
   std::unique_ptr<QtDBusMenu> menu_;
   QtDBusObject object_;
+  QtTrayIcon olderTray_;
+  QTimer withoutHost_;           ///< since the last host has gone
+  bool olderTrayIsDue_ = false;  ///< no host has come for a while
   QDBusServiceWatcher watcherPresence_;
   QDBusServiceWatcher hostPresence_;
   bool watcherHasHost_ = false;  ///< as the watcher says

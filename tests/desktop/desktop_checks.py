@@ -14,6 +14,7 @@ from steps import Step, require, require_equal, stays, wait_until
 
 _PERMISSION = "I own this media or have permission to download and use it."
 _CANNOT_START = "ZUNTO Helper could not start. Use the menu bar log for details."
+_CLASS = "ZUNTO Helper"
 _LINK = "https://example.org/under/an/alert"
 
 # How long a start looks for another one on a bus that does not answer, and what a busy machine adds to it.
@@ -24,6 +25,8 @@ def desktop_steps():
     return [
         Step("The window stands in the middle of the screen, and does not move when it is presented again",
              _stands_still, 60),
+        Step("A closed window comes back from the icon on a bar that knows only the older tray", _back_from_older_tray,
+             60),
         Step("A save panel that comes while the window is minimised bars the window until it is answered",
              _panel_over_minimised_window, 120),
         Step("An alert that comes while the window is closed bars the window until it is answered, and no more than "
@@ -45,6 +48,30 @@ def _stands_still(run):
     require(max(off) <= 1, f"the window is {off} pixels off the middle")
     tray.choose(helper.process.pid, "Open Downloader")
     stays(lambda: screen.place_of(window) == place, f"the window's place {place}", 2)
+
+
+def _back_from_older_tray(run):
+    helper = run.helper
+    (window,) = screen.windows_called(WINDOW_TITLE)
+    bar = subprocess.Popen(["trayer", "--edge", "bottom", "--align", "right", "--SetDockType", "false"],
+                           stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        screen.close_window(window)
+        wait_until(lambda: not screen.windows_called(WINDOW_TITLE), "the window being closed", 10)
+        (icon,) = wait_until(lambda: screen.windows_of_class(_CLASS), "the icon on the bar", 15)
+        screen.click(*_middle(screen.place_of(icon)))
+        wait_until(lambda: len(screen.windows_of_class(_CLASS)) == 2, "the open menu beside the icon", 10)
+        run.take_picture("older-tray")
+        screen.press("Down", "Down", "Return")  # from the first item that can be chosen to the second
+        wait_until(lambda: screen.windows_called(WINDOW_TITLE), "the window being back", 15)
+    finally:
+        bar.terminate()
+        bar.wait()
+
+
+def _middle(place):
+    left, top, right, bottom = place
+    return (left + right) // 2, (top + bottom) // 2
 
 
 def _panel_over_minimised_window(run):

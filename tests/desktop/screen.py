@@ -30,6 +30,12 @@ def windows_called(title):
     return [int(line) for line in done.stdout.split()]
 
 
+def windows_of_class(name):
+    """X's numbers of all visible windows of a program, its menus and its icon on a bar included."""
+    done = _xdotool("search", "--onlyvisible", "--class", f"^{name}$", check=False)
+    return [int(line) for line in done.stdout.split()]
+
+
 def title_shown(number):
     """The title that a window manager draws for a window."""
     done = subprocess.run(["xprop", "-id", str(number), "-notype", "_NET_WM_NAME"], capture_output=True, text=True,
