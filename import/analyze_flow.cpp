@@ -49,7 +49,8 @@ Task<void> DownloaderWindowController::probeLink(Url link) {
 }
 
 void DownloaderWindowController::refuse(const std::string& reason) {
-  form_.statusLabel.setText(reason);
+  showStatus(reason);
+  markProblem();
   capabilities_.beeper.beep();
 }
 

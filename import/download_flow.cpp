@@ -74,7 +74,7 @@ Task<void> DownloaderWindowController::pollJob(std::string jobId, bool forAnalys
     const Task<MediaJob> poll = client_.request<MediaJob>("jobs/" + jobId, HttpMethod::get, std::nullopt);
     MediaJob job = co_await poll;
     form_.progress.setValue(job.progress.value_or(0));
-    form_.statusLabel.setText(job.stage.value_or(capitalizedWords(job.status)));
+    showStatus(job.stage.value_or(capitalizedWords(job.status)));
     if (!isRunningStatus(job.status)) {
       const Task<void> ending = finishJob(std::move(job), forAnalysis);
       co_await ending;
@@ -105,7 +105,8 @@ void DownloaderWindowController::showFailure(const Error& failure) {
   activeJobId.reset();
   form_.cancelButton.setHidden(true);
   setBusy(false, failure.message());
-  form_.statusLabel.setText(failure.message());
+  showStatus(failure.message());
+  markProblem();
   capabilities_.beeper.beep();
 }
 

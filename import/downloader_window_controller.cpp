@@ -79,8 +79,15 @@ void DownloaderWindowController::setBusy(bool busy, const std::string& status) {
   form_.analyzeButton.setEnabled(!busy);
   form_.browserPopup.setEnabled(!busy);
   form_.startButton.setEnabled(!busy && analyzedJob.has_value());
+  showStatus(status);
+}
+
+void DownloaderWindowController::showStatus(const std::string& status) {
+  form_.statusLabel.setProblem(false);
   form_.statusLabel.setText(status);
 }
+
+void DownloaderWindowController::markProblem() { form_.statusLabel.setProblem(true); }
 
 void DownloaderWindowController::refreshStartButton() {
   const auto canStart = [this] {

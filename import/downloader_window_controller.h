@@ -91,6 +91,8 @@ class DownloaderWindowController final : public std::enable_shared_from_this<Dow
   // The form.
   void bindActions();
   void setBusy(bool busy, const std::string& status) override;
+  void showStatus(const std::string& status);
+  void markProblem() override;
   void refreshStartButton();
   void startCurrentTask(Task<void> body);
   void spawn(Task<void> body);

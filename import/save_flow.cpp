@@ -16,7 +16,7 @@ Task<void> DownloaderWindowController::saveResult(MediaJob job) {
     setBusy(false, "Download finished locally. Saving was cancelled.");
     co_return;
   }
-  form_.statusLabel.setText("Saving " + location->filename().string() + "…");
+  showStatus("Saving " + location->filename().string() + "…");
   // What bars the way there is better known before a gigabyte is fetched.
   capabilities_.fileSystem.requireSavable(*location);
   const Task<void> fetching = fetchTo(*location, job.jobId);

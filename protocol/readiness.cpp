@@ -16,15 +16,16 @@ Task<void> Readiness::prepareSession() {
   const bool isRunning = co_await ensureHelper_();
   if (!isRunning) {
     form_.setBusy(false, "ZUNTO Helper could not start. Use the menu bar log for details.");
+    form_.markProblem();
     co_return;
   }
-  std::string outcome = "Ready. Processing and browser access stay on this Mac.";
   try {
     sessionToken_ = co_await fetchToken();
+    form_.setBusy(false, "Ready. Processing and browser access stay on this Mac.");
   } catch (const Error& failure) {
-    outcome = failure.message();
+    form_.setBusy(false, failure.message());
+    form_.markProblem();
   }
-  form_.setBusy(false, outcome);
 }
 
 Task<std::string> Readiness::fetchToken() const {

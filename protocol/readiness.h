@@ -22,6 +22,9 @@ class ReadinessForm : public Interface {
  public:
   /// Shows the form as busy or idle, with `status` in its status line.
   virtual void setBusy(bool busy, const std::string& status) = 0;
+
+  /// Shows what stands in the status line, until the next status, as the problem that it tells of.
+  virtual void markProblem() = 0;
 };
 
 class Readiness {

@@ -92,8 +92,6 @@ class LabelBinding final : public ViewBinding {
         native_(model.style().wraps ? [NSTextField wrappingLabelWithString:@""]
                                     : [NSTextField labelWithString:@""]) {
     const LabelStyle& style = model.style();
-    [native_.get() setFont:nativeFont(style.font)];
-    [native_.get() setTextColor:nativeColor(style.color)];
     if (style.wraps) {
       [native_.get() setMaximumNumberOfLines:style.maximumLines];
       [[native_.get() cell] setTruncatesLastVisibleLine:YES];
@@ -117,9 +115,21 @@ class LabelBinding final : public ViewBinding {
   void mirror() {
     mirrorControl(model_, native_.get());
     nameForAccessibility(model_, native_.get());
+    mirrorStyle();
     const bool isNews = toUtf8([native_.get() stringValue]) != model_.text();
     mirrorText(model_.text(), native_.get());
     if (isNews && model_.style().announces) announce();
+  }
+
+  void mirrorStyle() const {
+    Font font = model_.style().font;
+    TextColor color = model_.style().color;
+    if (model_.isProblem()) {
+      font.weight = std::max(font.weight, FontWeight::semibold);
+      color = TextColor::primary;
+    }
+    [native_.get() setFont:nativeFont(font)];
+    [native_.get() setTextColor:nativeColor(color)];
   }
 
   /// Nothing that was never shown is announced.

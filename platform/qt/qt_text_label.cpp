@@ -7,6 +7,7 @@
 #include <QFontInfo>
 #include <QFontMetrics>
 #include <QPainter>
+#include <QStyle>
 #include <QTextOption>
 #include <algorithm>
 #include <cmath>
@@ -93,6 +94,11 @@ QtTextLabel::QtTextLabel(const Label& model, QWidget* parent)
 }
 
 void QtTextLabel::mirrorText() {
+  if (model_.isProblem() != isProblem_) {
+    isProblem_ = model_.isProblem();
+    applyFont();
+    update();
+  }
   const QString full = readable(toQString(model_.text()));
   if (full == text() && !accessibleName().isNull()) return;
   // The name first: Qt tells of it, and a text that changes behind a name is not news once more.
@@ -180,13 +186,17 @@ QStringList QtTextLabel::breakLines(int width) const {
 
 void QtTextLabel::paintEvent(QPaintEvent*) {
   QPainter painter(this);
-  painter.setPen(style_.color == TextColor::secondary ? secondaryTextColor(palette())
-                                                      : palette().color(QPalette::WindowText));
+  const bool isSecondary = style_.color == TextColor::secondary && !isProblem_;
+  painter.setPen(isSecondary ? secondaryTextColor(palette()) : palette().color(QPalette::WindowText));
   const QRect area = contentsRect();
   const int lineHeight = fontMetrics().lineSpacing();
   QRect line(area.left(), area.top(), area.width(), lineHeight);
+  const Qt::Alignment leading = QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft);
+  // The layout says where a text stands, the text itself in which direction it runs.
+  painter.setLayoutDirection(text().isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
+  const int flags = static_cast<int>(leading | Qt::AlignAbsolute | Qt::AlignVCenter) | Qt::TextSingleLine;
   for (const QString& text : breakLines(area.width())) {
-    painter.drawText(line, Qt::AlignLeft | Qt::AlignAbsolute | Qt::AlignVCenter | Qt::TextSingleLine, text);
+    painter.drawText(line, flags, text);
     line.translate(0, lineHeight);
   }
 }
@@ -208,7 +218,9 @@ void QtTextLabel::changeEvent(QEvent* event) {
 void QtTextLabel::applyFont() {
   if (isApplyingFont_) return;
   isApplyingFont_ = true;
-  setFont(nativeFont(style_.font, *this));
+  Font font = style_.font;
+  if (isProblem_) font.weight = std::max(font.weight, FontWeight::semibold);
+  setFont(nativeFont(font, *this));
   isApplyingFont_ = false;
   sizeHint_.reset();
   updateGeometry();

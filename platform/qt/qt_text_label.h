@@ -49,6 +49,7 @@ class QtTextLabel final : public QLabel {
   bool isApplyingFont_ = false;
   mutable std::optional<QSize> sizeHint_;  ///< until the text or the font changes
   bool isAnnouncing_ = false;
+  bool isProblem_ = false;
 };
 
 /// From now on a label that announces its texts is a notification for screen readers.

@@ -98,6 +98,7 @@ TEST_P(AnalyzeFailureTable, TellsTheUserAndLeavesTheInputsUsable) {
   GetParam().fail(world);
   EXPECT_EQ(world.status(), GetParam().status);
   EXPECT_EQ(world.beeper.beeps(), GetParam().beeps);
+  EXPECT_TRUE(world.form().statusLabel.isProblem());
   EXPECT_TRUE(world.inputsAreEnabled());
   EXPECT_FALSE(world.form().startButton.isEnabled());
   EXPECT_TRUE(world.form().cancelButton.isHidden());
@@ -446,6 +447,20 @@ TEST(AnalyzeFlow, LeavesTheLinkFieldAsTheUserWroteIt) {
   world.clickAnalyze();
   EXPECT_EQ(world.status(), complete);
   EXPECT_EQ(world.form().urlField.text(), written);
+}
+
+TEST(AnalyzeFlow, TheStatusAfterAFailureIsNoProblemAnyMore) {
+  ImportWorld world;
+  world.beReady();
+  world.form().urlField.userEdited("http://example.org/watch");
+  world.clickAnalyze();
+  EXPECT_TRUE(world.form().statusLabel.isProblem());
+  world.form().urlField.userEdited(link);
+  world.acceptProbe();
+  world.answerPoll("probe-1", "completed", testing::richMedia);
+  world.clickAnalyze();
+  EXPECT_EQ(world.status(), complete);
+  EXPECT_FALSE(world.form().statusLabel.isProblem());
 }
 
 TEST(AnalyzeFlow, ACompletedJobThatCarriesAnErrorIsASuccess) {

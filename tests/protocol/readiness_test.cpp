@@ -33,7 +33,12 @@ const std::string noToken = "The local processor did not provide a session token
 
 class RecordingForm final : public ReadinessForm {
  public:
-  void setBusy(bool busy, const std::string& status) override { states.emplace_back(busy, status); }
+  void setBusy(bool busy, const std::string& status) override {
+    states.emplace_back(busy, status);
+    isProblem = false;
+  }
+  void markProblem() override { isProblem = true; }
+  bool isProblem = false;
   std::vector<std::pair<bool, std::string>> states;
 };
 
@@ -77,6 +82,7 @@ TEST_P(ReadinessOutcomeTable, ShowsItsStatusOnAnIdleFormAndTreatsTheTokenAsItSho
   world.http.answer("GET", "/health", GetParam().health);
   world.run();
   EXPECT_THAT(world.form.states, ElementsAre(Pair(true, starting), Pair(false, GetParam().status)));
+  EXPECT_EQ(world.form.isProblem, GetParam().status != ready);
   EXPECT_EQ(world.token, GetParam().tokenAfterwards);
 }
 

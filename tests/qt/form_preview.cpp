@@ -1,5 +1,5 @@
-// Shows the import form with made-up content, to look at: form_preview [fresh|subtitle|long] [dark] [menu]
-// [small]
+// Shows the import form with made-up content, to look at: form_preview [fresh|subtitle|long|failed] [dark]
+// [rtl] [menu] [small]
 #include <QApplication>
 #include <QPalette>
 #include <QWidget>
@@ -82,9 +82,14 @@ int main(int argc, char** argv) {
     return std::find(arguments.begin(), arguments.end(), wish) != arguments.end();
   };
   if (isWished("dark")) QApplication::setPalette(darkPalette());
+  if (isWished("rtl")) QApplication::setLayoutDirection(Qt::RightToLeft);
   if (!isWished("fresh")) fill(form);
   if (isWished("subtitle") || isWished("long")) showSubtitles(form);
   if (isWished("long")) makeLong(form);
+  if (isWished("failed")) {
+    form.statusLabel.setText("This video is not available in your country.");
+    form.statusLabel.setProblem(true);
+  }
   zunto::QtStatusMenu statusMenu;
   const auto item = std::make_shared<zunto::StatusItem>();
   item->setButtonTitle("Z/UNTO ●");

@@ -5,6 +5,7 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QHelpEvent>
+#include <QImage>
 
 #include "tests/qt/qt_world.h"
 
@@ -80,6 +81,41 @@ TEST_F(QtLabel, IsSpokenByItsNewText) {
   QAccessibleInterface* spoken = QAccessible::queryAccessibleInterface(&label);
   EXPECT_EQ(spoken->text(QAccessible::Name).toStdString(), "after");
   EXPECT_EQ(spoken->role(), QAccessible::StaticText);
+}
+
+TEST_F(QtLabel, TellsAProblemByItsWeightAndColorAndKeepsItsText) {
+  Label model("Not available", {.color = TextColor::secondary, .wraps = true});
+  QtTextLabel label(model, &window);
+  label.resize(400, 20);
+  const QFont plain = label.font();
+  const QImage before = label.grab().toImage();
+  model.setProblem(true);
+  label.mirrorText();
+  EXPECT_EQ(label.font().weight(), QFont::DemiBold);
+  EXPECT_EQ(label.text().toStdString(), "Not available");
+  EXPECT_NE(label.grab().toImage(), before);
+  model.setProblem(false);
+  label.mirrorText();
+  EXPECT_EQ(label.font().weight(), plain.weight());
+  EXPECT_EQ(label.grab().toImage(), before);
+}
+
+TEST_F(QtLabel, StandsAtTheRightWhereTheLayoutRunsToTheLeft) {
+  const Label model("Text", {.wraps = true});
+  QtTextLabel label(model, &window);
+  label.resize(400, 20);
+  const auto inked = [&label] {
+    const QImage image = label.grab().toImage();
+    for (int x = 0; x < image.width(); ++x) {
+      for (int y = 0; y < image.height(); ++y) {
+        if (image.pixel(x, y) != image.pixel(image.width() / 2, 0)) return x;
+      }
+    }
+    return image.width();
+  };
+  EXPECT_LT(inked(), 20);
+  label.setLayoutDirection(Qt::RightToLeft);
+  EXPECT_GT(inked(), 300);
 }
 
 TEST_F(QtLabel, FontsAreAsLargeAndHeavyAsAsked) {
