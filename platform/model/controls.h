@@ -69,7 +69,8 @@ class Label final : public Control {
   void setText(std::string text) { assign(text_, std::move(text)); }
   [[nodiscard]] const LabelStyle& style() const { return style_; }
 
-  /// Whether the text tells of a problem: it is then shown heavier than the style says, in the primary colour.
+  /// Whether the text tells of a problem: it is then shown heavier than the style says, in the primary
+  /// colour.
   [[nodiscard]] bool isProblem() const { return problem_; }
   void setProblem(bool problem) { assign(problem_, problem); }
 

@@ -3,10 +3,13 @@
 #include <QApplication>
 #include <QByteArray>
 #include <QClipboard>
+#include <QCoreApplication>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDesktopServices>
+#include <QMessageBox>
 #include <QMimeData>
+#include <QProcess>
 #include <QUrl>
 #include <utility>
 
@@ -40,11 +43,8 @@ void QtWorkspace::openWebAddress(const std::string& url) {
 }
 
 void QtWorkspace::reveal(const std::filesystem::path& location) {
-  const auto openFolder = [folder = fileAddress(location.parent_path())] {
-    QDesktopServices::openUrl(QUrl::fromEncoded(QByteArray::fromStdString(folder)));
-  };
   if (!bus_) {
-    openFolder();
+    openFolder(location);
     return;
   }
   QDBusMessage call = QDBusMessage::createMethodCall(
@@ -53,11 +53,40 @@ void QtWorkspace::reveal(const std::filesystem::path& location) {
   call << QStringList(toQString(fileAddress(location))) << QString();
   auto watcher = std::make_unique<QDBusPendingCallWatcher>(bus_->asyncCall(call), replies_.get());
   QObject::connect(watcher.get(), &QDBusPendingCallWatcher::finished, replies_.get(),
-                   [openFolder](QDBusPendingCallWatcher* finished) {
+                   [this, location](QDBusPendingCallWatcher* finished) {
                      finished->deleteLater();
-                     if (finished->isError()) openFolder();
+                     if (finished->isError()) openFolder(location);
                    });
   static_cast<void>(watcher.release());  // its parent owns it
+}
+
+void QtWorkspace::openFolder(const std::filesystem::path& location) {
+  // Opening a folder that nothing can show fails in silence, so it is asked first whether something can.
+  auto query = std::make_unique<QProcess>(replies_.get());
+  QProcess& asked = *query.release();  // its parent owns it
+  const auto answered = [this, &asked, location] {
+    asked.deleteLater();
+    const bool couldAsk = asked.error() != QProcess::FailedToStart;
+    const bool isNobodyThere = couldAsk && asked.readAllStandardOutput().trimmed().isEmpty();
+    const QByteArray folder = QByteArray::fromStdString(fileAddress(location.parent_path()));
+    if (isNobodyThere || !QDesktopServices::openUrl(QUrl::fromEncoded(folder))) sayWhere(location);
+  };
+  QObject::connect(&asked, &QProcess::finished, replies_.get(), answered);
+  QObject::connect(&asked, &QProcess::errorOccurred, replies_.get(),
+                   [answered](QProcess::ProcessError error) {
+                     if (error == QProcess::FailedToStart) answered();
+                   });
+  asked.start(QStringLiteral("xdg-mime"),
+              {QStringLiteral("query"), QStringLiteral("default"), QStringLiteral("inode/directory")});
+}
+
+void QtWorkspace::sayWhere(const std::filesystem::path& location) {
+  notice_ = std::make_unique<QMessageBox>(QMessageBox::Information, QCoreApplication::applicationName(),
+                                          toQString(location.native()), QMessageBox::Ok);
+  notice_->setTextFormat(Qt::PlainText);
+  notice_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+  notice_->setModal(false);
+  notice_->show();
 }
 
 }  // namespace zunto

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QDBusConnection>
+#include <QMessageBox>
 #include <memory>
 #include <optional>
 
@@ -31,12 +32,18 @@ class QtWorkspace final : public Workspace {
   ~QtWorkspace() override;
 
   void openWebAddress(const std::string& url) override;
+  /// Where there is no file viewer, opens the folder with whatever shows folders, and where nothing does,
+  /// says where the location is.
   void reveal(const std::filesystem::path& location) override;
 
  private:
   class Replies;
 
+  void openFolder(const std::filesystem::path& location);
+  void sayWhere(const std::filesystem::path& location);
+
   std::optional<QDBusConnection> bus_;
+  std::unique_ptr<QMessageBox> notice_;
   std::unique_ptr<Replies> replies_;
 };
 

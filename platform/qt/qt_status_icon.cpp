@@ -5,6 +5,7 @@
 #include <QPainterPath>
 #include <QPixmap>
 #include <algorithm>
+#include <cmath>
 #include <memory>
 
 namespace zunto {
@@ -15,13 +16,21 @@ constexpr QRgb tileColor = 0xff3558c8;
 constexpr QRgb letterColor = 0xffffffff;
 constexpr QRgb dotColor = 0xff2fbf5f;
 
-/// The letter in a unit square, as strokes: a font would differ from desktop to desktop.
-QPainterPath letterPath() {
-  QPainterPath path;
-  path.moveTo(0.29, 0.28);
-  path.lineTo(0.71, 0.28);
-  path.lineTo(0.29, 0.72);
-  path.lineTo(0.71, 0.72);
+/// How thick the letter's strokes are: whole pixels, since a part of one blurs a small picture.
+int strokeWidth(int side) { return std::max(2, static_cast<int>(std::lround(0.11 * side))); }
+
+/// The letter as strokes: a font would differ from desktop to desktop. Their edges fall between pixels.
+QPainterPath letterPath(int side) {
+  const bool isEven = strokeWidth(side) % 2 == 0;
+  const auto snapped = [side, isEven](double share) {
+    return isEven ? std::round(share * side) : std::floor(share * side) + 0.5;
+  };
+  const QPointF first(snapped(0.29), snapped(0.28));
+  const QPointF last(side - first.x(), side - first.y());
+  QPainterPath path(first);
+  path.lineTo(last.x(), first.y());
+  path.lineTo(first.x(), last.y());
+  path.lineTo(last);
   return path;
 }
 
@@ -58,13 +67,16 @@ QImage drawStatusIcon(int side, StatusMark mark) {
   image.fill(Qt::transparent);
   QPainter painter(&image);
   painter.setRenderHint(QPainter::Antialiasing);
-  painter.scale(side, side);
   painter.setPen(Qt::NoPen);
   painter.setBrush(QColor::fromRgba(tileColor));
-  painter.drawRoundedRect(QRectF(0.04, 0.04, 0.92, 0.92), 0.2, 0.2);
+  const int inset = static_cast<int>(std::lround(0.04 * side));
+  painter.drawRoundedRect(QRect(0, 0, side, side).adjusted(inset, inset, -inset, -inset), 0.2 * side,
+                          0.2 * side);
   painter.setBrush(Qt::NoBrush);
-  painter.setPen(QPen(QColor::fromRgba(letterColor), 0.11, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-  painter.drawPath(letterPath());
+  painter.setPen(
+      QPen(QColor::fromRgba(letterColor), strokeWidth(side), Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+  painter.drawPath(letterPath(side));
+  painter.scale(side, side);
   if (mark == StatusMark::dot) {
     // The rim keeps the dot apart from the tile and from a bar of its own colour.
     painter.setPen(QPen(QColor::fromRgba(letterColor), 0.06));

@@ -77,8 +77,8 @@ class ContentWidget final : public QWidget {
 /// Shows the content, all of it where there is room, else a part that can be scrolled.
 class ContentArea final : public QScrollArea {
  public:
-  ContentArea(std::unique_ptr<ContentWidget> content, QWidget* parent) : QScrollArea(parent) {
-    content_ = content.get();
+  ContentArea(std::unique_ptr<ContentWidget> content, QWidget* parent)
+      : QScrollArea(parent), content_(content.get()) {
     setFrameShape(QFrame::NoFrame);
     setFocusPolicy(Qt::NoFocus);
     setWidgetResizable(true);

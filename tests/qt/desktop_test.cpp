@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QClipboard>
+#include <QFile>
+#include <QMessageBox>
 #include <QMimeData>
+#include <QTemporaryDir>
 #include <memory>
 
 #include "platform/qt/qt_dbus_object.h"
@@ -56,6 +60,40 @@ TEST_F(FileViewer, IsAskedToShowTheOneLocation) {
   EXPECT_TRUE(shown.isEmpty());
   ASSERT_TRUE(runUntil([this] { return !shown.isEmpty(); }));
   EXPECT_EQ(shown, QStringList(QStringLiteral("file:///home/me/My%20clip.mp4")));
+}
+
+/// A world in which the desktop's tools are these scripts.
+class FolderViewer : public QtTest {
+ protected:
+  FolderViewer() { qputenv("PATH", folder.path().toLocal8Bit() + ":/usr/bin:/bin"); }
+  ~FolderViewer() override { qputenv("PATH", path); }
+
+  void makeTool(const char* name, const QByteArray& body) {
+    QFile tool(folder.filePath(QString::fromLatin1(name)));
+    ASSERT_TRUE(tool.open(QIODevice::WriteOnly));
+    tool.write("#!/bin/sh\n" + body);
+    tool.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+  }
+  static QMessageBox* notice() {
+    for (QWidget* each : QApplication::topLevelWidgets()) {
+      if (auto* box = qobject_cast<QMessageBox*>(each)) return box;
+    }
+    return nullptr;
+  }
+
+  QByteArray path = qgetenv("PATH");
+  QTemporaryDir folder;
+};
+
+TEST_F(FolderViewer, ThatIsMissingIsMadeUpForByAWord) {
+  makeTool("xdg-mime", "exit 0\n");
+  QtWorkspace workspace(std::nullopt);
+  workspace.reveal("/home/me/Library/Logs/<b>helper</b>.log");
+  ASSERT_TRUE(runUntil([] { return notice() != nullptr; }));
+  EXPECT_TRUE(notice()->isVisible());
+  EXPECT_FALSE(notice()->isModal());
+  EXPECT_EQ(notice()->text().toStdString(), "/home/me/Library/Logs/<b>helper</b>.log");
+  EXPECT_EQ(notice()->textFormat(), Qt::PlainText);
 }
 
 }  // namespace

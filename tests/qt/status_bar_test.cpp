@@ -386,6 +386,21 @@ TEST_F(QtTest, StatusItemWithoutABusStaysInTheWindows) {
   EXPECT_EQ(bar.statusMenu().host(), QtStatusMenu::Host::none);
 }
 
+TEST_F(QtTest, IconsStrokesEndBetweenPixels) {
+  for (const int side : {16, 22, 24, 32, 48}) {
+    const QImage icon = drawStatusIcon(side, StatusMark::none);
+    const QRgb tile = icon.pixel(side / 2, side / 8);
+    const int x = side * 2 / 5;
+    int white = 0;
+    for (int y = side / 8; y < side * 2 / 5; ++y) {  // above the slanting stroke
+      const QRgb seen = icon.pixel(x, y);
+      EXPECT_TRUE(seen == tile || seen == 0xffffffff) << side << ", row " << y;
+      if (seen == 0xffffffff) ++white;
+    }
+    EXPECT_GE(white, 2) << side;
+  }
+}
+
 TEST_F(QtTest, IconShowsADotForHealth) {
   for (const int side : {16, 22, 48}) {
     const QImage plain = drawStatusIcon(side, StatusMark::none);
