@@ -3,7 +3,7 @@
 #include <poll.h>
 #include <systemd/sd-bus.h>
 
-#include <QGuiApplication>
+#include <QByteArray>
 #include <QSocketNotifier>
 #include <algorithm>
 #include <array>
@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/qt/qt_activation.h"
 #include "platform/qt/qt_startup_notice.h"
 #include "platform/qt/qt_text.h"
 
@@ -125,14 +126,6 @@ Message makeHandOver(sd_bus& bus, const LaunchRequest& request) {
   }
   if (appendPlatformData(*raw, fromQString(toQString(request.activationToken))) < 0) return nullptr;
   return message;
-}
-
-/// Lets the next window that asks for the focus have it. On X11 the request itself is enough, but the desktop
-/// waits for a word that the start is over.
-void useActivationToken(const std::string& token) {
-  endStartupNotice(token);
-  if (token.empty() || !QGuiApplication::platformName().startsWith(QLatin1String("wayland"))) return;
-  qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
 }
 
 /// Reads the links that stand next in the message. False where they cannot be read.
@@ -245,9 +238,11 @@ class QtSingleInstance::Service {
   /// Without an action the program is to come forward. Whoever had the bus start it sees it come up: there
   /// that is no more than the launch.
   void asked(std::function<void()> action, sd_bus_message& call) {
-    useActivationToken(readToken(call));
+    std::string token = readToken(call);
+    endStartupNotice(token);
     if (!action && !isStarting_) action = activate_;
-    clock_.post([action = std::move(action), delivered = answerTo(call)] {
+    clock_.post([action = std::move(action), token = std::move(token), delivered = answerTo(call)] {
+      const QtActivation activation(token);
       if (action) action();
       delivered();
     });
@@ -258,11 +253,12 @@ class QtSingleInstance::Service {
       asked(nullptr, call);
       return;
     }
-    useActivationToken(readToken(call));
-    const std::string last = std::move(links.back());
+    std::string token = readToken(call);
+    endStartupNotice(token);
+    std::string last = std::move(links.back());
     links.pop_back();
     for (std::string& link : links) links_.deliver(std::move(link));
-    links_.deliver(last, answerTo(call));
+    links_.deliver(std::move(last), std::move(token), answerTo(call));
   }
 
   void answer(sd_bus_message& call) {

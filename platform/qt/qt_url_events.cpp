@@ -2,14 +2,16 @@
 
 #include <utility>
 
+#include "platform/qt/qt_activation.h"
+
 namespace zunto {
 
 QtUrlEvents::QtUrlEvents(Clock& clock) : clock_(clock), self_(std::make_shared<QtUrlEvents*>(this)) {}
 
 QtUrlEvents::~QtUrlEvents() = default;
 
-void QtUrlEvents::deliver(std::string link, std::function<void()> delivered) {
-  waiting_.push_back({std::move(link), std::move(delivered)});
+void QtUrlEvents::deliver(std::string link, std::string activationToken, std::function<void()> delivered) {
+  waiting_.push_back({std::move(link), std::move(activationToken), std::move(delivered)});
   if (handler_) scheduleDelivery();
 }
 
@@ -31,6 +33,7 @@ void QtUrlEvents::deliverFirst() {
   const Waiting next = std::move(waiting_.front());
   waiting_.pop_front();
   const Handler handler = handler_;
+  const QtActivation activation(next.activationToken);
   handler(UrlEvent{UrlEventObject{next.link}});
   if (next.delivered) next.delivered();
 }

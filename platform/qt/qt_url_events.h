@@ -20,9 +20,9 @@ class QtUrlEvents final : public UrlEventSource {
   /// Links that are not delivered yet are dropped.
   ~QtUrlEvents() override;
 
-  /// Hands one link on, whatever its text, on a later turn, and calls `delivered` then; while no handler is
-  /// set it waits for one.
-  void deliver(std::string link, std::function<void()> delivered = nullptr);
+  /// Hands one link on, whatever its text, on a later turn, with the desktop's permission to come forward in
+  /// `activationToken`, and calls `delivered` then; while no handler is set it waits for one.
+  void deliver(std::string link, std::string activationToken = {}, std::function<void()> delivered = nullptr);
 
   void setHandler(Handler handler) override;
   void removeHandler() override;
@@ -30,6 +30,7 @@ class QtUrlEvents final : public UrlEventSource {
  private:
   struct Waiting {
     std::string link;
+    std::string activationToken;
     std::function<void()> delivered;
   };
 
