@@ -5,6 +5,7 @@
 #include <bit>
 #include <boost/json/monotonic_resource.hpp>
 #include <boost/json/stream_parser.hpp>
+#include <boost/system/error_code.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -94,7 +95,7 @@ class ExactParser {
   }
 
   json::stream_parser parser_{{}, options()};
-  json::error_code failure_;
+  boost::system::error_code failure_;
 };
 
 }  // namespace

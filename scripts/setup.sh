@@ -1,11 +1,14 @@
 # shellcheck shell=bash
 # Sourced by ./run and ./test: what a fresh Debian machine lacks, and what both say in the same words.
+#
+# A|B in a list of packages is what releases of Debian call differently: the first name that is installed or offered
+# counts. With nothing after the bar it is done without where no release offers it any more.
 
 # What builds and runs the helper.
 helper_packages=(
   g++ cmake ninja-build pkg-config
-  qt6-base-dev libgl-dev libxcb1-dev libsystemd-dev
-  libboost1.81-dev libboost-json1.81-dev libboost-url1.81-dev libfast-float-dev
+  qt6-base-dev libgl-dev libxcb1-dev libsystemd-dev 'libboost1.81-dev|libboost-dev'
+  'libboost-json1.81-dev|libboost-json-dev' 'libboost-url1.81-dev|libboost-url-dev' libfast-float-dev
   curl ffmpeg yt-dlp
 )
 
@@ -18,10 +21,11 @@ demo_packages=(
   openssl iproute2 procps
 )
 
-# What builds and runs the tests besides.
+# What builds and runs the tests besides. Clang brings GCC's Objective-C. Each release of Clang formats and judges in
+# its own way, so those two are of one release.
 test_packages=(
-  clang clang-format clang-tidy libclang-rt-14-dev llvm libgtest-dev libgmock-dev git
-  libgnustep-gui-dev gnustep-back0.29-cairo libobjc-12-dev libblocksruntime-dev xfonts-base libplist-utils
+  clang 'clang-format-14|' 'clang-tidy-14|' libclang-rt-dev llvm libgtest-dev libgmock-dev git
+  libgnustep-gui-dev 'gnustep-back0.29-cairo|gnustep-back0.32-cairo' libblocksruntime-dev xfonts-base libplist-utils
 )
 
 # What checks the package, and the desktop's own ways to start the helper.
@@ -41,11 +45,20 @@ die() { printf '%s: %s\n' "${0##*/}" "$*" >&2; exit 2; }
 # Prints the comment at the beginning of a script.
 print_help() { sed -n '2,/^[^#]/{/^[^#]/!s/^# \{0,1\}//p}' "$1"; }
 
+is_installed() { # PACKAGE
+  dpkg-query --show --showformat='${db:Status-Status}\n' "$1" 2>/dev/null | grep -qx installed
+}
+
+# Of each named package that is missing the name that it has here; as it was written where apt offers none.
 missing_packages() {
-  local package
+  local package name names
   for package in "$@"; do
-    dpkg-query --show --showformat='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed ||
-      printf '%s\n' "$package"
+    IFS='|' read -ra names <<<"$package"
+    for name in "${names[@]}"; do
+      if is_installed "$name"; then continue 2; fi
+      if [ "$package" = "$name" ] || apt-cache show "$name" >/dev/null 2>&1; then echo "$name"; continue 2; fi
+    done
+    [[ $package = *'|' ]] || echo "$package"
   done
 }
 
@@ -54,11 +67,12 @@ install_packages() {
   local missing
   mapfile -t missing < <(missing_packages "$@")
   [ ${#missing[@]} -gt 0 ] || return 0
-  command -v apt-get >/dev/null || die "no apt-get here; these packages of Debian 12 are needed: ${missing[*]}"
+  command -v apt-get >/dev/null || die "no apt-get here; these packages of Debian are needed: ${missing[*]}"
   require_root "apt-get install ${missing[*]}"
+  as_root apt-get update -q || die "these packages could not be installed: ${missing[*]}"
+  mapfile -t missing < <(missing_packages "$@")  # a fresh machine has not known the names before
   say "Installing: ${missing[*]}"
-  as_root apt-get update -q &&
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}" ||
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends "${missing[@]}" ||
     die "these packages could not be installed: ${missing[*]}"
 }
 

@@ -30,7 +30,8 @@ class Node:
 
     @property
     def role(self):
-        return _asked(self._native.get_role_name)
+        role = _asked(self._native.get_role_name)
+        return "push button" if role == "button" else role  # as AT-SPI has it since 2.56
 
     @property
     def name(self):
