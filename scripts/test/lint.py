@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy on the C++ sources of folders: lint.py [--all] BUILD FOLDER ...
+"""Runs clang-tidy on the C++ sources of folders: lint.py [--all] [--clang-tidy PROGRAM] BUILD FOLDER ...
 
 A source is looked at when it, or a header of the project that it uses, has changed since it was last found clean;
 with --all, always. BUILD is a folder in which everything was built: it knows the commands and the headers. Prints a
@@ -26,7 +26,7 @@ def main():
         sys.exit(f"lint: {build} has built no source of {' '.join(options.folders)}")
     clean = build / "lint"
     clean.mkdir(exist_ok=True)
-    markers = _markers(build, commands, clean)
+    markers = _markers(build, commands, clean, options.clang_tidy)
     wanted = [source for source in commands if options.all or not markers[source].exists()]
     # The long ones first, so that no core is idle at the end.
     wanted.sort(key=lambda source: source.stat().st_size, reverse=True)
@@ -35,7 +35,7 @@ def main():
     failed = 0
     with ThreadPoolExecutor(os.cpu_count()) as pool:
         try:
-            for number, (source, ok, output, seconds) in enumerate(pool.map(_checker(build), wanted), 1):
+            for number, (source, ok, output, seconds) in enumerate(pool.map(_checker(build, options.clang_tidy), wanted), 1):
                 word = "ok  " if ok else "FAIL"
                 print(f"[{number}/{len(wanted)}] {word} {os.path.relpath(source)}  [{seconds:.0f} s]\n{output}",
                       end="", flush=True)
@@ -52,6 +52,7 @@ def main():
 def _options():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--all", action="store_true", help="look at unchanged sources, too")
+    parser.add_argument("--clang-tidy", default="clang-tidy", metavar="PROGRAM", help="another than clang-tidy")
     parser.add_argument("build", type=Path)
     parser.add_argument("folders", nargs="+")
     return parser.parse_args()
@@ -65,9 +66,9 @@ def _commands(build, folders):
             if entry["file"].startswith(within) and entry["file"].endswith(".cpp")}
 
 
-def _markers(build, commands, folder):
+def _markers(build, commands, folder, clang_tidy):
     """{source: the file that exists once it was found clean just as it is}"""
-    common = _text("clang-tidy", "--version") + Path(".clang-tidy").read_text(encoding="utf-8")
+    common = _text(clang_tidy, "--version") + Path(".clang-tidy").read_text(encoding="utf-8")
     headers = _headers(build)
     known = {}
 
@@ -100,10 +101,10 @@ def _headers(build):
     return headers
 
 
-def _checker(build):
+def _checker(build, clang_tidy):
     def check(source):
         began = time.monotonic()
-        done = subprocess.run(["clang-tidy", "--quiet", "-p", build, source], stdin=subprocess.DEVNULL, text=True,
+        done = subprocess.run([clang_tidy, "--quiet", "-p", build, source], stdin=subprocess.DEVNULL, text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False)
         return source, done.returncode == 0, done.stdout, time.monotonic() - began
 

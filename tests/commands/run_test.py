@@ -100,7 +100,7 @@ class Run(unittest.TestCase):
         self.assertEqual(self.refused("--demo"), "run: no sudo here; run as root: apt-get install ninja-build curl")
         (self.tree.tools / "apt-get").unlink()
         self.assertEqual(self.refused("--demo"),
-                         "run: no apt-get here; these packages of Debian 12 are needed: ninja-build curl")
+                         "run: no apt-get here; these packages of Debian are needed: ninja-build curl")
 
     def test_installs_what_is_missing_as_root_by_sudo(self):
         self.tree.stand_in("dpkg-query", 'case $* in *" ninja-build") exit 1 ;; *) echo installed ;; esac')
@@ -135,6 +135,32 @@ class Run(unittest.TestCase):
         (self.tree.tools / "apt-get").unlink()
         self.assertEqual(self.refused("--install"),
                          "run: no apt-get here; README.md tells how to install without a package")
+
+    def test_takes_the_names_that_packages_have_in_this_release(self):
+        older = ["libboost1.81-dev", "libboost-json1.81-dev", "libboost-url1.81-dev"]
+        newer = ["libboost-dev", "libboost-json-dev", "libboost-url-dev"]
+        for offered, installed, wanted in (([*older, *newer], [], older), (newer, [], newer),
+                                           ([*older, *newer], newer, older), (newer, older[:1], newer[1:])):
+            with self.subTest(offered=offered, installed=installed):
+                self.assertEqual(self.newly_installed("run", offered, installed), wanted)
+        self.assertEqual(self.newly_installed("run", newer, newer), [])
+
+    def test_does_without_a_tool_that_no_release_offers_any_more(self):
+        self.assertEqual(self.newly_installed("test", ["curl"], [], lacking="curl|clang-format-14|clang-tidy-14"),
+                         ["curl"])
+        self.assertEqual(self.newly_installed("test", ["clang-format-14"], [], lacking="clang-format-14|clang-tidy-14"),
+                         ["clang-format-14"])
+
+    def newly_installed(self, command, offered, installed, lacking="libboost*"):
+        """What apt is asked for where nothing is missing but what matches `lacking`, less what is installed of it."""
+        self.tree.stand_in("dpkg-query", 'for last in "$@"; do :; done; case $last in '
+                                         f'{"|".join(installed) or "-"}) echo installed ;; {lacking}) exit 1 ;; '
+                                         "*) echo installed ;; esac")
+        self.tree.stand_in("apt-cache", f'case $2 in {"|".join(offered)}) ;; *) exit 100 ;; esac')
+        self.tree.stand_in("apt-get", 'if [ "$1" = install ]; then echo "apt-get $*"; fi')
+        done = self.tree.call(command, *{"run": ["--demo"], "test": ["format"]}[command])
+        asked = [line for line in done.stdout.splitlines() if line.startswith("apt-get install")]
+        return [word for line in asked for word in line.split()[2:] if not word.startswith("-")]
 
     def test_refuses_a_tree_in_which_nothing_can_be_written(self):
         why = f"run: {self.tree.root}/build/release cannot be written; a copy of this tree can be built elsewhere"

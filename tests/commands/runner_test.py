@@ -73,6 +73,18 @@ class Runner(unittest.TestCase):
             suite two 1 status Two; suite_two() { true; }""")
         self.assertEqual(done.stdout.splitlines()[-2:], ["Failed: One (./test one)", "1 passed, 1 failed"])
 
+    def test_a_suite_without_its_tool_counts_neither_way_and_is_named(self):
+        done = self.run_suites("""
+            suite one 1 status One; suite_one() { leave_out "a tool"; return; }
+            suite two 1 status Two; suite_two() { true; }""")
+        self.assertIn("One: not run, a tool is not here", done.stdout)
+        self.assertEqual(done.stdout.splitlines()[-2:], ["Not run: One (./test one)", "1 passed, 0 failed"])
+        self.assertEqual(done.returncode, 0)
+
+    def test_a_run_in_which_nothing_ran_has_not_succeeded(self):
+        self.assertEqual(self.last_line('suite one 1 status One; suite_one() { leave_out "a tool"; return; }'),
+                         ("0 passed, 0 failed", 1))
+
     def test_runs_the_named_suites_only_and_says_how_long_they_take(self):
         done = self.run_suites("""
             suite one 1 status One; suite_one() { false; }

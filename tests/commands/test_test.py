@@ -79,10 +79,21 @@ class Test(unittest.TestCase):
         for place in ("app/one.cpp", "app/one.h", "app/one.txt", "build/rooms/two.h", "build-old/three.cpp"):
             (tree.root / place).parent.mkdir(parents=True, exist_ok=True)
             (tree.root / place).touch()
-        tree.stand_in("clang-format", 'for name in "$@"; do echo "looked at $name"; done')
+        tree.stand_in("clang-format-14", 'echo "clang-format version 14.0.6"; for name in "$@"; do '
+                                         'echo "looked at $name"; done')
         done = tree.call("test", "format")
         self.assertEqual(sorted(line for line in done.stdout.splitlines() if line.startswith("looked at .")),
                          ["looked at ./app/one.cpp", "looked at ./app/one.h"], done.stdout + done.stderr)
+
+    def test_neither_formats_nor_lints_with_another_release_of_the_tools(self):
+        tree = CommandTree(self)
+        tree.stand_in("clang-format", 'echo "Debian clang-format version 19.1.7"')
+        tree.stand_in("clang-tidy", 'echo "Debian LLVM version 19.1.7"')
+        done = tree.call("test", "format", "lint")
+        self.assertEqual(done.stdout.splitlines()[-3:], ["Not run: Format (./test format)",
+                                                         "Not run: Lint (./test lint)", "0 passed, 0 failed"])
+        self.assertIn("clang-tidy 14 is not here", done.stdout)
+        self.assertEqual(done.returncode, 1)
 
 
 if __name__ == "__main__":
