@@ -46,8 +46,37 @@ die() { printf '%s: %s\n' "${0##*/}" "$*" >&2; exit 2; }
 print_help() { sed -n '2,/^[^#]/{/^[^#]/!s/^# \{0,1\}//p}' "$1"; }
 
 is_installed() { # PACKAGE
-  dpkg-query --show --showformat='${db:Status-Status}\n' "$1" 2>/dev/null | grep -qx installed
+  if command -v dpkg-query >/dev/null; then
+    dpkg-query --show --showformat='${db:Status-Status}\n' "$1" 2>/dev/null | grep -qx installed
+  else
+    shows "${sign_of[$1]:-$1}"
+  fi
 }
+
+# What a system that has no such packages has instead, where that is no program of the package's name.
+declare -A sign_of=(
+  [ninja-build]=ninja [qt6-base-dev]=Qt6Widgets.pc [libgl-dev]=gl.pc [libxcb1-dev]=xcb.pc
+  [libsystemd-dev]=libsystemd.pc [libboost-dev]=boost/beast.hpp [libboost-json-dev]=boost/json.hpp
+  [libboost-url-dev]=boost/url.hpp [libfast-float-dev]=fast_float/fast_float.h [nodejs]=node
+  [dpkg-dev]=dpkg-shlibdeps [librsvg2-bin]=rsvg-convert
+  [xvfb]=Xvfb [x11-utils]=xprop [imagemagick]=import [fonts-dejavu-core]=fc-list [dbus]=dbus-daemon
+  [at-spi2-core]=atspi-2.pc [python3-gi]=pygobject-3.0.pc [gir1.2-atspi-2.0]=atspi-2.pc [iproute2]=ip [procps]=ps
+  [libclang-rt-dev]=clang [llvm]=llvm-symbolizer [libgtest-dev]=gtest/gtest.h [libgmock-dev]=gmock/gmock.h
+  [libgnustep-gui-dev]=gnustep-config [gnustep-back0.32-cairo]=gnustep-config [libblocksruntime-dev]=Block.h
+  [xfonts-base]=mkfontscale [libplist-utils]=plistutil [desktop-file-utils]=desktop-file-validate
+  [appstream]=appstreamcli [man-db]=man [xdg-utils]=xdg-open [libglib2.0-bin]=gdbus
+)
+
+shows() { # PROGRAM, MODULE.pc or HEADER
+  case $1 in
+    *.pc) pkg-config --exists "${1%.pc}" 2>/dev/null ;;
+    *.h | *.hpp) [ -e "/usr/include/$1" ] || [ -e "/usr/local/include/$1" ] ;;
+    *) command -v "$1" >/dev/null ;;
+  esac
+}
+
+# By name alone apt knows also what only other packages speak of.
+is_offered() { [ -n "$(apt-cache madison "$1" 2>/dev/null)" ]; } # PACKAGE
 
 # Of each named package that is missing the name that it has here; as it was written where apt offers none.
 missing_packages() {
@@ -56,7 +85,7 @@ missing_packages() {
     IFS='|' read -ra names <<<"$package"
     for name in "${names[@]}"; do
       if is_installed "$name"; then continue 2; fi
-      if [ "$package" = "$name" ] || apt-cache show "$name" >/dev/null 2>&1; then echo "$name"; continue 2; fi
+      if [ "$package" = "$name" ] || is_offered "$name"; then echo "$name"; continue 2; fi
     done
     [[ $package = *'|' ]] || echo "$package"
   done
@@ -67,7 +96,7 @@ install_packages() {
   local missing
   mapfile -t missing < <(missing_packages "$@")
   [ ${#missing[@]} -gt 0 ] || return 0
-  command -v apt-get >/dev/null || die "no apt-get here; these packages of Debian are needed: ${missing[*]}"
+  command -v apt-get >/dev/null || die "no apt-get here; what is missing is called on Debian: ${missing[*]}"
   require_root "apt-get install ${missing[*]}"
   as_root apt-get update -q || die "these packages could not be installed: ${missing[*]}"
   mapfile -t missing < <(missing_packages "$@")  # a fresh machine has not known the names before

@@ -32,10 +32,11 @@ def main():
     wanted.sort(key=lambda source: source.stat().st_size, reverse=True)
     if len(wanted) < len(commands):
         print(f"{len(commands) - len(wanted)} sources were found clean as they are", flush=True)
+    check = _checker(build, options.clang_tidy)
     failed = 0
     with ThreadPoolExecutor(os.cpu_count()) as pool:
         try:
-            for number, (source, ok, output, seconds) in enumerate(pool.map(_checker(build, options.clang_tidy), wanted), 1):
+            for number, (source, ok, output, seconds) in enumerate(pool.map(check, wanted), 1):
                 word = "ok  " if ok else "FAIL"
                 print(f"[{number}/{len(wanted)}] {word} {os.path.relpath(source)}  [{seconds:.0f} s]\n{output}",
                       end="", flush=True)

@@ -2,11 +2,12 @@
 """./run as a newcomer may call it: what cannot work ends with one clear line, and nothing of the user's is lost."""
 
 import socket
+import subprocess
 import tempfile
 import unittest
 from pathlib import Path
 
-from command_tree import CommandTree
+from command_tree import ROOT, CommandTree
 
 
 class Run(unittest.TestCase):
@@ -100,7 +101,29 @@ class Run(unittest.TestCase):
         self.assertEqual(self.refused("--demo"), "run: no sudo here; run as root: apt-get install ninja-build curl")
         (self.tree.tools / "apt-get").unlink()
         self.assertEqual(self.refused("--demo"),
-                         "run: no apt-get here; these packages of Debian are needed: ninja-build curl")
+                         "run: no apt-get here; what is missing is called on Debian: ninja-build curl")
+
+    def test_says_what_is_missing_on_a_system_without_debians_packages(self):
+        for name in ("apt-get", "dpkg-query"):
+            (self.tree.tools / name).unlink()
+        for name in ("g++", "ninja", "openbox", "xdotool", "Xvfb"):
+            self.tree.stand_in(name, "true")
+        self.tree.stand_in("pkg-config", 'test "$2" = Qt6Widgets')
+        line = self.refused("--demo")
+        self.assertTrue(line.startswith("run: no apt-get here; what is missing is called on Debian: "), line)
+        missing = line.split(": ", 2)[2].split()
+        for name in ("cmake", "g++", "pkg-config", "ninja-build", "openbox", "qt6-base-dev", "xvfb", "yt-dlp"):
+            self.assertNotIn(name, missing)
+        for name in ("libsystemd-dev", "dbus", "x11-utils", "at-spi2-core"):
+            self.assertIn(name, missing)
+
+    def test_runs_on_a_system_without_debians_packages_that_has_all(self):
+        for name in ("apt-get", "dpkg-query"):
+            (self.tree.tools / name).unlink()
+        for name in ("g++", "ninja", "pkg-config", "Xvfb", "openbox", "xprop", "xdotool", "import", "fc-list",
+                     "dbus-daemon", "openssl", "ip", "ps"):
+            self.tree.stand_in(name, "true")
+        self.assertTrue(self.demonstrated().startswith("demonstration: "))
 
     def test_installs_what_is_missing_as_root_by_sudo(self):
         self.tree.stand_in("dpkg-query", 'case $* in *" ninja-build") exit 1 ;; *) echo installed ;; esac')
@@ -156,11 +179,17 @@ class Run(unittest.TestCase):
         self.tree.stand_in("dpkg-query", 'for last in "$@"; do :; done; case $last in '
                                          f'{"|".join(installed) or "-"}) echo installed ;; {lacking}) exit 1 ;; '
                                          "*) echo installed ;; esac")
-        self.tree.stand_in("apt-cache", f'case $2 in {"|".join(offered)}) ;; *) exit 100 ;; esac')
+        self.tree.stand_in("apt-cache", f'case $1,$2 in madison,{"|madison,".join(offered)}) echo "$2 | 1" ;; esac')
         self.tree.stand_in("apt-get", 'if [ "$1" = install ]; then echo "apt-get $*"; fi')
         done = self.tree.call(command, *{"run": ["--demo"], "test": ["format"]}[command])
         asked = [line for line in done.stdout.splitlines() if line.startswith("apt-get install")]
         return [word for line in asked for word in line.split()[2:] if not word.startswith("-")]
+
+    def test_a_warning_of_a_newer_compiler_does_not_stop_it(self):
+        for preset, stops in (("release", False), ("bench", False), ("gcc", True), ("sanitize", True)):
+            done = subprocess.run(["cmake", "--preset", preset, "-N"], cwd=ROOT, capture_output=True, text=True,
+                                  check=True)
+            self.assertEqual('CMAKE_COMPILE_WARNING_AS_ERROR="ON"' in done.stdout, stops, preset)
 
     def test_refuses_a_tree_in_which_nothing_can_be_written(self):
         why = f"run: {self.tree.root}/build/release cannot be written; a copy of this tree can be built elsewhere"
