@@ -8,11 +8,15 @@
 
 namespace zunto::testing {
 
+/// What any function may be cast to and back without a warning.
+using AnyFunction = void (*)();
+
 /// Puts `replacement` in the place of an instance method and answers what was there.
 template <class Function>
 Function replaceMethod(Class type, SEL selector, Function replacement) {
-  return reinterpret_cast<Function>(
-      method_setImplementation(class_getInstanceMethod(type, selector), reinterpret_cast<IMP>(replacement)));
+  const IMP implementation = reinterpret_cast<IMP>(reinterpret_cast<AnyFunction>(replacement));
+  return reinterpret_cast<Function>(reinterpret_cast<AnyFunction>(
+      method_setImplementation(class_getInstanceMethod(type, selector), implementation)));
 }
 
 /// The modes that macOS counts among the common ones; here each is separate.

@@ -12,20 +12,18 @@
 #define NS_ASSUME_NONNULL_END _Pragma("clang assume_nonnull end")
 #endif
 
-// Constants that have other names here.
+// Constants that have other names here. Macros, since later releases of GNUstep have some of these, too.
 
-enum : NSUInteger {
-  NSEventModifierFlagShift = NSShiftKeyMask,
-  NSEventModifierFlagControl = NSControlKeyMask,
-  NSEventModifierFlagOption = NSAlternateKeyMask,
-  NSEventModifierFlagCommand = NSCommandKeyMask,
-};
+#define NSEventModifierFlagShift static_cast<NSUInteger>(NSShiftKeyMask)
+#define NSEventModifierFlagControl static_cast<NSUInteger>(NSControlKeyMask)
+#define NSEventModifierFlagOption static_cast<NSUInteger>(NSAlternateKeyMask)
+#define NSEventModifierFlagCommand static_cast<NSUInteger>(NSCommandKeyMask)
 typedef NSUInteger NSWindowStyleMask;
-static const NSBezelStyle NSBezelStyleRounded = NSRoundedBezelStyle;
-static const NSProgressIndicatorStyle NSProgressIndicatorStyleBar = NSProgressIndicatorBarStyle;
-static const NSAlertStyle NSAlertStyleWarning = NSWarningAlertStyle;
-static const NSEventType NSEventTypeApplicationDefined = NSApplicationDefined;
-static const NSEventMask NSEventMaskAny = NSAnyEventMask;
+#define NSBezelStyleRounded NSRoundedBezelStyle
+#define NSProgressIndicatorStyleBar NSProgressIndicatorBarStyle
+#define NSAlertStyleWarning NSWarningAlertStyle
+#define NSEventTypeApplicationDefined NSApplicationDefined
+#define NSEventMaskAny static_cast<NSEventMask>(NSAnyEventMask)
 
 // Controls.
 
@@ -83,9 +81,14 @@ static const NSEventMask NSEventMaskAny = NSAnyEventMask;
 @end
 
 typedef NSInteger NSStackViewDistribution;
-enum : NSStackViewDistribution { NSStackViewDistributionGravityAreas = -1, NSStackViewDistributionFill = 0 };
+#define NSStackViewDistributionGravityAreas static_cast<NSStackViewDistribution>(-1)
+#define NSStackViewDistributionFill static_cast<NSStackViewDistribution>(0)
 
 struct ZUNTOStackState;
+
+// Later releases of GNUstep have one that takes no part in this layout, and no program has two classes of one
+// name.
+#define NSStackView ZUNTOStackView
 
 @interface NSStackView : NSView {
   struct ZUNTOStackState* _state;
