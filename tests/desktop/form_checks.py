@@ -149,7 +149,9 @@ def _tab_order(run):
 
 
 def _focused_name(helper, before):
-    names = [node.name for node in accessibility.find_all(helper.window()) if node.is_("FOCUSED")]
+    # Since Qt 6.8 a closed list's current item has the focus, too.
+    names = [node.name for node in accessibility.find_all(helper.window())
+             if node.is_("FOCUSED") and node.role != "list item"]
     return next((name for name in names if name and name != before), None)
 
 
