@@ -75,6 +75,11 @@ class Node:
         return rect.x, rect.y, rect.x + rect.width, rect.y + rect.height
 
     @property
+    def middle(self):
+        left, top, right, bottom = self.extents
+        return (left + right) // 2, (top + bottom) // 2
+
+    @property
     def text(self):
         """What a text field holds."""
         count = _asked(Atspi.Text.get_character_count, self._native)

@@ -16,6 +16,10 @@ def type_text(text):
     _xdotool("type", "--clearmodifiers", "--delay", "20", text)
 
 
+def point_at(x, y):
+    _xdotool("mousemove", str(x), str(y))
+
+
 def click(x, y):
     _xdotool("mousemove", str(x), str(y), "click", "1")
 
