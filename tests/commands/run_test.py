@@ -121,7 +121,7 @@ class Run(unittest.TestCase):
         for name in ("apt-get", "dpkg-query"):
             (self.tree.tools / name).unlink()
         for name in ("g++", "ninja", "pkg-config", "Xvfb", "openbox", "xprop", "xdotool", "import", "fc-list",
-                     "dbus-daemon", "openssl", "ip", "ps"):
+                     "dbus-daemon", "openssl", "ip", "ps", "trayer"):
             self.tree.stand_in(name, "true")
         self.assertTrue(self.demonstrated().startswith("demonstration: "))
 
