@@ -270,6 +270,7 @@ TEST_F(QtStatusItems, ToolTipAndDescriptionCarryTheStatusLine) {
   tip.beginArray();
   tip.endArray();
   tip >> title >> description;
+  tip.endStructure();
   EXPECT_EQ(title.toStdString(), "Z/UNTO");
   EXPECT_EQ(description.toStdString(), "ZUNTO Helper Ready");
 }
