@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QEvent>
 #include <QIcon>
+#include <QPixmapCache>
 #include <QSemaphore>
 #include <QSocketNotifier>
 #include <QThread>
@@ -165,6 +166,9 @@ QtApplication::QtApplication(int argc, char** argv) : argc_(argc), argv_(argv) {
   // is one would wait for the bus, too.
   QCoreApplication::setAttribute(Qt::AA_DontUseNativeMenuBar);
   native_ = std::make_unique<Native>(*this, argc_, argv_);
+  // Each save panel fills it anew with pictures that nobody sees again, up to 10 MiB by default.
+  constexpr int pictureKib = 1024;
+  QPixmapCache::setCacheLimit(pictureKib);
   QGuiApplication::setWindowIcon(makeStatusIcon(StatusMark::none));
   nameQtPopUpsForScreenReaders();
   announceQtTextLabels();
