@@ -541,6 +541,17 @@ class BeastDownloadTest : public BeastHttpSessionTest,
                           public ::testing::WithParamInterface<BodyPump::Method> {
  protected:
   BeastDownloadTest() { session.emplace(clock, BeastHttpOptions{.pumping = GetParam()}); }
+
+  /// How a download fails while the system lets this process write no file with more than `bytes`.
+  std::string failureWithFilesOfAtMost(rlim_t bytes, RawServer& server, const ScratchFolder& folder) {
+    rlimit before{};
+    EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{bytes, before.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    std::string failure = failureOf(downloadOf(requestTo(server.url("/")), folder.path()));
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    return failure;
+  }
 };
 
 /// A server of one file of `size` bytes.
@@ -575,30 +586,15 @@ TEST_F(BeastHttpSessionTest, ADownloadIntoAFolderThatTakesNoFilesFails) {
 TEST_P(BeastDownloadTest, ADownloadThatTheDiskDoesNotTakeFailsAndLeavesNoFile) {
   const ScratchFolder folder;
   RawServer server(fileOf(8 * mebibyte));
-  rlimit before{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
-  const rlimit small{2 * mebibyte, before.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-
-  const std::string failure = failureOf(downloadOf(requestTo(server.url("/")), folder.path()));
-
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
-  EXPECT_EQ(failure, "The file could not be written: File too large.");
+  EXPECT_EQ(failureWithFilesOfAtMost(2 * mebibyte, server, folder),
+            "The file could not be written: File too large.");
   EXPECT_EQ(folder.count(), 0U);
 }
 
 TEST_P(BeastDownloadTest, ASmallDownloadThatTheDiskDoesNotTakeFailsToo) {
   const ScratchFolder folder;
   RawServer server(fileOf(100));
-  rlimit before{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
-  const rlimit small{10, before.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-
-  const std::string failure = failureOf(downloadOf(requestTo(server.url("/")), folder.path()));
-
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
-  EXPECT_EQ(failure, "The file could not be written: File too large.");
+  EXPECT_EQ(failureWithFilesOfAtMost(10, server, folder), "The file could not be written: File too large.");
   EXPECT_EQ(folder.count(), 0U);
 }
 

@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <QPixmap>
+#include <QPixmapCache>
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <QWindow>
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -48,6 +51,17 @@ class QtApplicationLife : public QtTest {
   std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
   std::vector<std::string> whole{"launched", "willTerminate"};
 };
+
+TEST_F(QtTest, KeepsFewOfThePicturesThatDialogsDraw) {
+  QPixmap picture(256, 256);
+  picture.fill(Qt::red);
+  QStringList names;
+  for (int number = 0; number < 40; ++number) names.append(QStringLiteral("picture-%1").arg(number));
+  for (const QString& name : names) QPixmapCache::insert(name, picture.copy());
+  const auto kept = std::count_if(names.begin(), names.end(),
+                                  [](const QString& name) { return QPixmapCache::find(name, nullptr); });
+  EXPECT_LE(kept, 4);  // of a quarter of a MiB each
+}
 
 TEST_F(QtApplicationLife, LaunchesOnATurnOfTheLoopAndTellsItsEndOnce) {
   delegate->whenLaunched = [this] {
