@@ -32,7 +32,8 @@ class Lint(unittest.TestCase):
         self.stand_in("ninja", 'printf "%s\\n" "app/one.cpp.o: #deps 1, deps mtime 1 (VALID)" '
                                '"    /usr/include/stdio.h" "" "app/two.cpp.o: #deps 1, deps mtime 1 (VALID)" "    ../app/two.h"')
         self.stand_in("clang-tidy", 'for last in "$@"; do :; done; if [ "$1" = --version ]; then echo 14; '
-                                    'elif grep -H bad "$last"; then exit 1; fi')
+                                    'else echo "${last##*/}" >>calls; '
+                                    'if grep -H bad "$last"; then exit 1; fi; fi')
 
     def stand_in(self, name, script):
         tool = self.root / "tools" / name
@@ -50,6 +51,13 @@ class Lint(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr), (int(fails), ""))
         self.last_line = done.stdout.splitlines()[-1]
         return sorted(line.split()[2] for line in done.stdout.splitlines() if line.startswith("["))
+
+    def calls(self):
+        """The files that clang-tidy was given since the last call."""
+        log = self.root / "calls"
+        names = sorted(log.read_text(encoding="utf-8").split())
+        log.unlink()
+        return names
 
     def test_looks_at_every_source_of_the_folders_first_and_then_only_at_changed_ones(self):
         self.assertEqual(self.looked_at(), ["app/one.cpp", "app/two.cpp"])
@@ -77,6 +85,21 @@ class Lint(unittest.TestCase):
         self.assertEqual(self.looked_at(fails=True), ["app/one.cpp", "app/two.cpp"])
         self.assertEqual(self.last_line, "1 passed, 1 failed")
         self.assertEqual(self.looked_at(fails=True), ["app/one.cpp"])
+
+    def test_looks_at_sources_of_one_kind_together_and_at_each_alone_only_when_that_is_not_clean(self):
+        self.looked_at()
+        self.assertEqual(self.calls(), ["together.cpp"])
+        self.write("app/one.cpp", "bad")
+        self.looked_at("--all", fails=True)
+        self.assertEqual(self.calls(), ["one.cpp", "together.cpp", "two.cpp"])
+        self.assertEqual(self.last_line, "1 passed, 1 failed")
+
+    def test_looks_at_sources_with_other_options_alone(self):
+        database = self.root / "build/compile_commands.json"
+        database.write_text(database.read_text(encoding="utf-8").replace("g++ -o app/two", "g++ -DX -o app/two"),
+                            encoding="utf-8")
+        self.looked_at()
+        self.assertEqual(self.calls(), ["one.cpp", "two.cpp"])
 
 
 if __name__ == "__main__":
