@@ -166,9 +166,9 @@ QtApplication::QtApplication(int argc, char** argv) : argc_(argc), argv_(argv) {
   // is one would wait for the bus, too.
   QCoreApplication::setAttribute(Qt::AA_DontUseNativeMenuBar);
   native_ = std::make_unique<Native>(*this, argc_, argv_);
-  // Each save panel fills it anew with pictures that nobody sees again, up to 10 MiB by default.
-  constexpr int pictureKib = 1024;
-  QPixmapCache::setCacheLimit(pictureKib);
+  // Each save panel draws its controls' pictures anew under names of their own, and the cache keeps the names
+  // of those that it drops, too. Controls that are drawn without it are not seen to be slower.
+  QPixmapCache::setCacheLimit(0);
   QGuiApplication::setWindowIcon(makeStatusIcon(StatusMark::none));
   nameQtPopUpsForScreenReaders();
   announceQtTextLabels();
