@@ -42,7 +42,8 @@ def main():
         Step("./run --install makes the package on a bare system and installs it with what it needs", _install, 1800,
              essential=True),
         Step("It answers a user's shell", _answers),
-        Step("The desktop of an ordinary user starts it, by the bus and by links", _drive, 900),
+        Step("This release's checkers accept it, and an ordinary user's desktop starts it, by the bus and by links",
+             _drive, 900),
         Step(f"An older version {_OLD} takes its place", _downgrade, 300),
         Step("A newer one takes the place of that, while the older runs", _upgrade, 600),
         Step("Removed, it leaves no file behind but the user's log", _remove, 120),
@@ -69,14 +70,17 @@ def _answers(_life):
 
 
 def _drive(_life):
-    _sh('source scripts/setup.sh; install_packages "${demo_packages[@]}" appstream libglib2.0-bin man-db')
+    _sh('source scripts/setup.sh; install_packages "${demo_packages[@]}" lintian appstream libglib2.0-bin man-db')
     for part in ("tests", "processor", "CMakeLists.txt"):
         copy = shutil.copytree if (_ROOT / part).is_dir() else shutil.copy
         _TREE.mkdir(exist_ok=True)
         copy(_ROOT / part, _TREE / part)
+    (package,) = (_ROOT / "build/release/package").glob("*.deb")
+    shutil.copy(package, _TREE)
     subprocess.run(["chown", "-R", _USER, _TREE], check=True)
-    done = subprocess.run(["runuser", "-l", _USER, "-c", f"{_TREE}/tests/package/check_package.py --prefix /usr "
-                           f"--output {_HOME}/pictures"], stdout=subprocess.PIPE, text=True, check=False)
+    check = (f"{_TREE}/tests/package/check_package.py --package {_TREE / package.name} --prefix /usr "
+             f"--output {_HOME}/pictures")
+    done = subprocess.run(["runuser", "-l", _USER, "-c", check], stdout=subprocess.PIPE, text=True, check=False)
     # Indented, its own count is not the one that this run ends with.
     require(done.returncode == 0, done.stdout.replace("\n", "\n       "))
     return done.stdout.splitlines()
