@@ -307,16 +307,22 @@ class NativeWindow final : public QWidget {
   }
 
   /// Qt's own minimum does not know that text wraps to more lines in a narrow window. A screen that is too
-  /// small for the whole content gets a part of it. Under Wayland so does a tile, which a window would not
-  /// keep to that needs more.
+  /// small for the whole content gets a part of it.
   void updateMinimumSize() {
     if (layout() == nullptr) return;
-    QSize needed = nativeSize(model_.spec().minimumSize);
-    if (display_ != QtDisplay::wayland) needed = needed.expandedTo(content_->needed(width()));
+    const QSize needed = minimumToAskFor().boundedTo(usableArea().size());
+    if (needed != minimumSize()) setMinimumSize(needed);
+  }
+
+  /// A compositor may give a window a tile of any size. Qt would go on drawing one that needs more, past the
+  /// tile's edges, where nothing can be seen nor scrolled to.
+  [[nodiscard]] QSize minimumToAskFor() const {
+    constexpr QSize smallTile(120, 90);
+    if (display_ == QtDisplay::wayland) return smallTile;
+    QSize needed = nativeSize(model_.spec().minimumSize).expandedTo(content_->needed(width()));
     const QWidget* bar = layout()->menuBar();
     if (bar != nullptr && !bar->isHidden()) needed.rheight() += bar->sizeHint().height();
-    needed = needed.boundedTo(usableArea().size());
-    if (needed != minimumSize()) setMinimumSize(needed);
+    return needed;
   }
 
   Window& model_;

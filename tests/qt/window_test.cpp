@@ -242,6 +242,19 @@ TEST_F(QtWindows, ScrollsWhatDoesNotFitAndShowsTheControlThatTabReaches) {
   EXPECT_TRUE(isInSight());
 }
 
+TEST_F(QtWindows, FitsIntoAnyTileThatACompositorGivesIt) {
+  view.reset();
+  QtWindowSystem underWayland(statusMenu, QtDisplay::wayland);
+  view = underWayland.makeView(model);
+  const auto item = giveStatusMenu();
+  show();
+  EXPECT_TRUE(menuBar().isVisible());
+  native->resize(200, 150);  // no larger than the window allows, as Qt keeps a tile, too
+  runTurns();
+  EXPECT_EQ(native->size(), QSize(200, 150));
+  EXPECT_TRUE(native->findChild<QScrollArea*>()->verticalScrollBar()->isVisible());
+}
+
 TEST_F(QtWindows, StaysMaximizedWhenItIsCentered) {
   show();
   native->showMaximized();
