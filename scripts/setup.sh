@@ -7,7 +7,7 @@
 # What builds and runs the helper.
 helper_packages=(
   g++ cmake ninja-build pkg-config
-  qt6-base-dev libgl-dev libxcb1-dev libsystemd-dev 'libboost1.81-dev|libboost-dev'
+  qt6-base-dev qt6-wayland libgl-dev libxcb1-dev libsystemd-dev 'libboost1.81-dev|libboost-dev'
   'libboost-json1.81-dev|libboost-json-dev' 'libboost-url1.81-dev|libboost-url-dev' libfast-float-dev
   curl ffmpeg yt-dlp
 )
@@ -20,6 +20,9 @@ demo_packages=(
   xvfb openbox x11-utils xdotool trayer imagemagick fonts-dejavu-core dbus at-spi2-core python3 python3-gi gir1.2-atspi-2.0
   openssl iproute2 procps
 )
+
+# A compositor with a bar instead of the display's own window manager, and what makes another program's window.
+wayland_packages=(sway waybar gir1.2-gtk-3.0)
 
 # What builds and runs the tests besides. Clang brings GCC's Objective-C. Each release of Clang formats and judges in
 # its own way, so those two are of one release.
@@ -55,20 +58,23 @@ is_installed() { # PACKAGE
 
 # What a system that has no such packages has instead, where that is no program of the package's name.
 declare -A sign_of=(
-  [ninja-build]=ninja [qt6-base-dev]=Qt6Widgets.pc [libgl-dev]=gl.pc [libxcb1-dev]=xcb.pc
-  [libsystemd-dev]=libsystemd.pc [libboost-dev]=boost/beast.hpp [libboost-json-dev]=boost/json.hpp
-  [libboost-url-dev]=boost/url.hpp [libfast-float-dev]=fast_float/fast_float.h [nodejs]=node
+  [ninja-build]=ninja [qt6-base-dev]=Qt6Widgets.pc [qt6-wayland]='libqwayland*.so' [libgl-dev]=gl.pc
+  [libxcb1-dev]=xcb.pc [libsystemd-dev]=libsystemd.pc [libboost-dev]=boost/beast.hpp
+  [libboost-json-dev]=boost/json.hpp [libboost-url-dev]=boost/url.hpp
+  [libfast-float-dev]=fast_float/fast_float.h [nodejs]=node
   [dpkg-dev]=dpkg-shlibdeps [librsvg2-bin]=rsvg-convert
   [xvfb]=Xvfb [x11-utils]=xprop [imagemagick]=import [fonts-dejavu-core]=fc-list [dbus]=dbus-daemon
   [at-spi2-core]=atspi-2.pc [python3-gi]=pygobject-3.0.pc [gir1.2-atspi-2.0]=atspi-2.pc [iproute2]=ip [procps]=ps
+  [gir1.2-gtk-3.0]=gtk+-3.0.pc
   [libclang-rt-dev]=clang [llvm]=llvm-symbolizer [libgtest-dev]=gtest/gtest.h [libgmock-dev]=gmock/gmock.h
   [libgnustep-gui-dev]=gnustep-config [gnustep-back0.32-cairo]=gnustep-config [libblocksruntime-dev]=Block.h
   [xfonts-base]=mkfontscale [libplist-utils]=plistutil [desktop-file-utils]=desktop-file-validate
   [appstream]=appstreamcli [man-db]=man [xdg-utils]=xdg-open [libglib2.0-bin]=gdbus
 )
 
-shows() { # PROGRAM, MODULE.pc or HEADER
+shows() { # PROGRAM, MODULE.pc, HEADER or Qt's PLATFORM.so
   case $1 in
+    *.so) compgen -G "$(qtpaths6 --query QT_INSTALL_PLUGINS 2>/dev/null)/platforms/$1" >/dev/null ;;
     *.pc) pkg-config --exists "${1%.pc}" 2>/dev/null ;;
     *.h | *.hpp) [ -e "/usr/include/$1" ] || [ -e "/usr/local/include/$1" ] ;;
     *) command -v "$1" >/dev/null ;;

@@ -133,12 +133,16 @@ python_tests() { # FOLDER
   python3 -m unittest discover --verbose --start-directory "$1" --pattern '*_test.py' 2>&1 | tee "$report"
 }
 
-suite_desktop() {
+suite_desktop() { drive_on_desktop; }
+# Beside what only a compositor decides the main job alone: all else is the same code, and has been driven there.
+suite_wayland() { drive_on_desktop --wayland --brief; }
+
+drive_on_desktop() { # OPTIONS OF THE DEMONSTRATION
   local bin=$root/build/gcc/bin
   build_preset gcc zunto-helper || return 1
   stage_resources "$bin/resources" "$(command -v node)" "$(command -v yt-dlp)" "$(command -v ffmpeg)" \
     "$(command -v ffprobe)" &&
-    python3 tests/desktop/demo.py --helper "$bin/zunto-helper" --output "$reports/desktop" | tee "$report"
+    python3 tests/desktop/demo.py --helper "$bin/zunto-helper" --output "${report%.report}" "$@" | tee "$report"
 }
 
 # Below a prefix of its own, since only a bare system may have it below /usr: see live_on_bare_systems.

@@ -56,6 +56,8 @@ class Run(unittest.TestCase):
             ("--yt-dlp", "missing"): "--yt-dlp takes a program, and missing is none",
             ("--ffmpeg", "/"): "--ffmpeg takes a program, and / is none",
             ("--install", "--demo"): "--install goes with nothing else (see ./run --help)",
+            ("--install", "--wayland"): "--install goes with nothing else (see ./run --help)",
+            ("--wayland",): "--wayland goes with --demo (see ./run --help)",
             ("zunto-helper:", "--install"): "--install goes with nothing else (see ./run --help)",
             ("--bogus",): "unknown option --bogus (see ./run --help)",
             ("https://e.org",): "https://e.org is no link that begins with zunto-helper: (see ./run --help)",
@@ -71,6 +73,10 @@ class Run(unittest.TestCase):
         self.assertIn(f"--output {self.tree.caller}/shown", line)
         staged = self.tree.root / "build/release/bin/resources/runtime/bin/yt-dlp"
         self.assertEqual(staged.resolve(), tool)
+
+    def test_demonstrates_under_wayland_when_asked(self):
+        self.assertNotIn("--wayland", self.demonstrated())
+        self.assertIn(" --wayland ", self.demonstrated("--wayland"))
 
     def test_refuses_an_output_folder_that_cannot_serve(self):
         (self.tree.caller / "file").touch()
@@ -123,6 +129,10 @@ class Run(unittest.TestCase):
         for name in ("g++", "ninja", "pkg-config", "Xvfb", "openbox", "xprop", "xdotool", "import", "fc-list",
                      "dbus-daemon", "openssl", "ip", "ps", "trayer"):
             self.tree.stand_in(name, "true")
+        plugins = self.tree.caller / "plugins"
+        (plugins / "platforms").mkdir(parents=True)
+        (plugins / "platforms/libqwayland-generic.so").touch()
+        self.tree.stand_in("qtpaths6", f"echo {plugins}")
         self.assertTrue(self.demonstrated().startswith("demonstration: "))
 
     def test_installs_what_is_missing_as_root_by_sudo(self):

@@ -70,14 +70,9 @@ class Node:
 
     @property
     def extents(self):
-        """(left, top, right, bottom) on the screen."""
+        """(left, top, right, bottom) as the program knows it: on the screen, or under Wayland in its window."""
         rect = _asked(Atspi.Component.get_extents, self._native, Atspi.CoordType.SCREEN)
         return rect.x, rect.y, rect.x + rect.width, rect.y + rect.height
-
-    @property
-    def middle(self):
-        left, top, right, bottom = self.extents
-        return (left + right) // 2, (top + bottom) // 2
 
     @property
     def text(self):

@@ -3,7 +3,7 @@
 
 Makes a short clip, offers it on a local HTTPS site, drives the real window through the accessibility tree to save
 a video, its sound and a subtitle, and then tries what may go wrong. Prints one line per step; the exit status is 0
-when every step held.
+when every step held. With --wayland the display is a compositor's, and what only that has is tried as well.
 """
 
 import argparse
@@ -42,6 +42,7 @@ class Run:
 
     def __init__(self, executable, output, world, server):
         self.executable = executable
+        self.is_wayland = screen.is_wayland()
         self.world = world
         self.server = server
         self.saved = output.saved
@@ -74,29 +75,34 @@ def main():
     private = network.enter_private_network()
     if not private and not network.port_is_free():
         sys.exit(f"demo: port {network.HELPER_PORT} is in use, probably by a helper that is running. Quit it first.")
-    missing = [tool for tool in _TOOLS if shutil.which(tool) is None]
+    tools = [*_TOOLS, *(_WAYLAND_TOOLS if options.wayland else _X11_TOOLS)]
+    missing = [tool for tool in tools if shutil.which(tool) is None]
     if missing:
         sys.exit(f"demo: missing on this machine: {', '.join(missing)}")
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     results = Results()
     started = time.monotonic()
-    with OutputFolder(options.output) as output, PrivateWorld() as world:
+    with OutputFolder(options.output) as output, PrivateWorld(wayland=options.wayland) as world:
         _say("Making a clip of three qualities with a tone and a subtitle track")
         media = sample_media.make_sample_media(world.media / "clip")
         with MediaServer(media, world.folder) as server:
             # The site's certificate is its own; the processor and its tools are not told about it.
             world.write_home_file(".config/zunto-helper/yt-dlp.conf", "--no-check-certificates\n")
             _say(f"Offering it at {server.link}")
-            _drive(Run(options.helper, output, world, server), results)
+            _drive(Run(options.helper, output, world, server), results, options.brief)
     _say(f"Screenshots and saved files: {options.output}  [{time.monotonic() - started:.0f} s in all]")
+    if results.not_applicable:
+        _say(f"{results.not_applicable} not applicable under Wayland")
     _say(f"{results.passed} passed, {results.failed} failed")
     return 1 if results.failed else 0
 
 
 _TOOLS = ("Xvfb", "dbus-daemon", "xdotool", "import", "openssl", "ffmpeg", "ffprobe", "yt-dlp", "curl")
+_X11_TOOLS = ("openbox", "trayer")
+_WAYLAND_TOOLS = ("sway", "swaymsg", "waybar")
 
 
-def _drive(run, results):
+def _drive(run, results, is_brief):
     # They reach for the accessibility bus of the environment, so only now.
     from accessibility_checks import accessibility_steps
     from desktop_checks import desktop_steps
@@ -106,11 +112,18 @@ def _drive(run, results):
     from helper_program import HelperProgram
     from lifecycle_checks import fault_steps, lifecycle_steps
     from saving_checks import saving_steps
+    from wayland_checks import last_wayland_steps, wayland_steps
 
     run.helper = HelperProgram(run.executable, run.world)
     try:
-        steps = [*form_steps(), *analysis_steps(), *save_steps(), *accessibility_steps(), *trouble_steps(),
-                 *lifecycle_steps(), *fault_steps(), *saving_steps(), *environment_steps(), *desktop_steps()]
+        steps = [*form_steps(), *analysis_steps(), *save_steps()]
+        if run.is_wayland:
+            steps += wayland_steps()
+        if not is_brief:
+            steps += [*accessibility_steps(), *trouble_steps(), *lifecycle_steps(), *fault_steps(), *saving_steps(),
+                      *environment_steps(), *desktop_steps()]
+        if run.is_wayland:
+            steps += last_wayland_steps()
         run_steps(steps, run, results)
     finally:
         run.helper.stop()
@@ -131,6 +144,8 @@ def _parse_options():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--helper", type=Path, required=True, help="the executable, with its resources beside it")
     parser.add_argument("--output", type=Path, required=True, help="folder for saved files and screenshots")
+    parser.add_argument("--wayland", action="store_true", help="under a Wayland compositor instead of X11")
+    parser.add_argument("--brief", action="store_true", help="only the main job, and what Wayland has of its own")
     options = parser.parse_args()
     options.helper = options.helper.resolve()
     options.output = options.output.resolve()

@@ -8,6 +8,7 @@ from urllib.parse import quote
 import processes
 import screen
 import tray
+import x11_windows
 from helper_program import ANALYZED, READY, SAVE_TITLE, WINDOW_TITLE, HelperProgram
 from lifecycle_checks import without_component
 from steps import Step, require, require_equal, stays, wait_until
@@ -26,9 +27,9 @@ def desktop_steps():
         Step("The window stands in the middle of the screen, and does not move when it is presented again",
              _stands_still, 60),
         Step("A closed window comes back from the icon on a bar that knows only the older tray", _back_from_older_tray,
-             60),
+             60, x11_alone="Wayland has no older tray"),
         Step("A save panel that comes while the window is minimised bars the window until it is answered",
-             _panel_over_minimised_window, 120),
+             _panel_over_minimised_window, 120, x11_alone="sway, as most tiling desktops, has no minimised windows"),
         Step("An alert that comes while the window is closed bars the window until it is answered, and no more than "
              "that", _alert_over_closed_window, 90),
         Step("A second start on a bus that hangs stands alone soon, and quitting there takes no time", _bus_hangs, 90),
@@ -58,9 +59,9 @@ def _back_from_older_tray(run):
     try:
         screen.close_window(window)
         wait_until(lambda: not screen.windows_called(WINDOW_TITLE), "the window being closed", 10)
-        (icon,) = wait_until(lambda: screen.windows_of_class(_CLASS), "the icon on the bar", 15)
+        (icon,) = wait_until(lambda: x11_windows.windows_of_class(_CLASS), "the icon on the bar", 15)
         screen.click(*_middle(screen.place_of(icon)))
-        wait_until(lambda: len(screen.windows_of_class(_CLASS)) == 2, "the open menu beside the icon", 10)
+        wait_until(lambda: len(x11_windows.windows_of_class(_CLASS)) == 2, "the open menu beside the icon", 10)
         run.take_picture("older-tray")
         screen.press("Down", "Down", "Return")  # from the first item that can be chosen to the second
         wait_until(lambda: screen.windows_called(WINDOW_TITLE), "the window being back", 15)
@@ -81,13 +82,13 @@ def _panel_over_minimised_window(run):
     helper.wait_for_status(ANALYZED, 45)
     (window,) = screen.windows_called(WINDOW_TITLE)
     helper.press("Download…")
-    screen.minimise(window)
+    x11_windows.minimise(window)
     wait_until(helper.has_save_panel, "the save panel", 45)
     require(not screen.windows_called(WINDOW_TITLE), "the window was not minimised")
     require_equal(helper.start_again(), 0, "the second start's status")
     wait_until(lambda: screen.windows_called(WINDOW_TITLE), "the window being back", 15)
     (panel,) = screen.windows_called(SAVE_TITLE)
-    screen.move(panel, 520, 60)
+    x11_windows.move(panel, 520, 60)
     _require_barred(run, "panel-over-window")
     helper.panel_button("Cancel").act("Press")
     helper.wait_for_status("Download finished locally. Saving was cancelled.", 15)
@@ -121,7 +122,7 @@ def _permission(helper):
 
 
 def _click_permission(helper):
-    left, top, _, bottom = _permission(helper).extents
+    left, top, _, bottom = helper.place_of(_permission(helper))
     screen.click(left + 8, (top + bottom) // 2)
 
 

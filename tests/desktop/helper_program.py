@@ -106,7 +106,20 @@ class HelperProgram:
             raise accessibility.Vanished("there is no label where one is expected")
         return [label for _, _, label in sorted(inside, key=lambda entry: entry[:2])]
 
+    def place_of(self, control):
+        """(left, top, right, bottom) on the screen, of a control of the window or of what opens from it."""
+        left, top, right, bottom = control.extents
+        origin_left, origin_top = screen.origin(WINDOW_TITLE)
+        return left + origin_left, top + origin_top, right + origin_left, bottom + origin_top
+
+    def middle_of(self, control):
+        left, top, right, bottom = self.place_of(control)
+        return (left + right) // 2, (top + bottom) // 2
+
     # What a person does.
+
+    def click(self, control):
+        screen.click(*self.middle_of(control))
 
     def press(self, button):
         control = self.button(button)
@@ -125,7 +138,7 @@ class HelperProgram:
         self.pop_up(pop_up).act("ShowMenu")
         entry = wait_until(lambda: find(self.application(), "list item", item), f'"{item}" in an open list', 10)
         wait_until(lambda: entry.extents[2] > entry.extents[0] > 0, "the list standing on the screen", 10)
-        screen.click(*entry.middle)
+        self.click(entry)
         wait_until(lambda: self.chosen(pop_up) == item, f'"{item}" being chosen in "{pop_up}"', 10)
         screen.move_pointer_away()
 
@@ -208,7 +221,7 @@ class HelperProgram:
     def open_status_menu(self):
         menu = self._status_menu()
         # Since Qt 6.8 a menu takes no click where, as far as it knows, the pointer stood when it opened.
-        screen.point_at(*menu.middle)
+        screen.point_at(*self.middle_of(menu))
         menu.act("ShowMenu")
         wait_until(lambda: all(item.is_showing for item in self._status_entries()), "the menu being open", 10)
 
@@ -217,7 +230,7 @@ class HelperProgram:
         (item,) = [entry for entry in self._status_entries() if entry.name == title] or [None]
         require(item, f'the menu has no "{title}"')
         require(item.is_enabled, f'"{title}" is disabled')
-        screen.click(*item.middle)
+        self.click(item)
         screen.move_pointer_away()
         self.wait_for_closed_menu()
 

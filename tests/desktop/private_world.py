@@ -13,18 +13,31 @@ import processes
 SCREEN = "1000x760x24"
 
 # What of the machine's environment would lead out of the private world, or change what is seen in it.
-_FOREIGN = ("XDG_", "QT_", "DBUS_", "AT_SPI_", "GTK_", "GNOME_", "KDE_", "WAYLAND_", "LC_", "LANGUAGE", "SSL_",
-            "http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "all_proxy", "no_proxy",
+_FOREIGN = ("XDG_", "QT_", "DBUS_", "AT_SPI_", "GTK_", "GNOME_", "KDE_", "WAYLAND_", "SWAY", "WLR_", "LC_", "LANGUAGE",
+            "SSL_", "http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "ALL_PROXY", "all_proxy", "no_proxy",
             "NO_PROXY")
+
+# The compositor's one window fills the virtual display, so that keys, clicks and pictures are the same as there.
+# Windows float, as on most desktops; whoever may bring one forward is obeyed, and the pointer takes nothing back.
+_COMPOSITOR_SETTINGS = """\
+xwayland disable
+output X11-1 resolution {resolution} background #465060 solid_color
+for_window [app_id=".*"] floating enable
+focus_on_window_activation focus
+focus_follows_mouse no
+"""
+_NOBODY = 65534
 
 
 class PrivateWorld:
     """Use as a context; inside it this process lives in the world as well, so that it can read the helper's
     accessibility tree. `helper_environment()` is what a helper is started with. `variables` are set in it besides,
-    also for what the session bus starts."""
+    also for what the session bus starts. With `wayland` the desktop is the compositor sway's, nested in the virtual
+    display, which no program of the session is told of."""
 
-    def __init__(self, screen=SCREEN, variables=None):
+    def __init__(self, screen=SCREEN, variables=None, wayland=False):
         self._screen = screen
+        self._wayland = wayland
         self._variables = variables or {}
         self._children = []
         self._mark = f"run-{os.getpid()}-{secrets.token_hex(6)}"
@@ -42,10 +55,14 @@ class PrivateWorld:
             os.environ.clear()
             os.environ.update(environment)
             os.environ["DISPLAY"] = f":{self._start_display()}"
-            # Frames tell a dialog from the window behind it, for the eye and in the pictures.
-            self._start(["openbox", "--sm-disable"], "windows.log")
+            if self._wayland:
+                os.environ.update(self._start_compositor())
+            else:
+                # Frames tell a dialog from the window behind it, for the eye and in the pictures.
+                self._start(["openbox", "--sm-disable"], "windows.log")
             os.environ["DBUS_SESSION_BUS_ADDRESS"] = self._start_session_bus()
-            self._await_window_manager()
+            if not self._wayland:
+                self._await_window_manager()
         except BaseException:
             self.__exit__()
             raise
@@ -70,7 +87,12 @@ class PrivateWorld:
         """(environment, mark) of one start of the helper; the mark finds its processes, whatever becomes of it."""
         self._starts += 1
         mark = f"{self._mark}-helper-{self._starts}."
-        return {**os.environ, processes.MARK: mark}, mark
+        return {**self.session_environment(), processes.MARK: mark}, mark
+
+    def session_environment(self):
+        """What the desktop starts its programs with."""
+        hidden = ("DISPLAY",) if self._wayland else ()
+        return {name: value for name, value in os.environ.items() if name not in hidden}
 
     def helper_processes(self):
         return processes.marked(f"{self._mark}-helper")
@@ -97,7 +119,7 @@ class PrivateWorld:
             "TMPDIR": str(self.temporary),
             "XDG_RUNTIME_DIR": str(self._make("runtime")),
             "LANG": "C.UTF-8",
-            "QT_QPA_PLATFORM": "xcb",
+            **({"XDG_SESSION_TYPE": "wayland"} if self._wayland else {"QT_QPA_PLATFORM": "xcb"}),
             "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
             "NO_AT_BRIDGE": "0",
             processes.MARK: f"{self._mark}-world",
@@ -114,6 +136,28 @@ class PrivateWorld:
         if not number:
             raise RuntimeError("Xvfb did not start: " + self._log("display.log"))
         return number
+
+    def _start_compositor(self):
+        """The variables by which its clients find it."""
+        folder = self._make("compositor")
+        settings = folder / "settings"
+        resolution = self._screen.rpartition("x")[0]
+        settings.write_text(_COMPOSITOR_SETTINGS.format(resolution=resolution), encoding="utf-8")
+        user = {}
+        if os.getuid() == 0:
+            # It refuses to run as root.
+            user = {"user": _NOBODY, "group": _NOBODY, "extra_groups": []}
+            os.chown(folder, _NOBODY, _NOBODY)
+            self.folder.chmod(0o711)
+        self._start(["sway", "--config", str(settings)], "compositor.log", cwd=folder, **user,
+                    env={**os.environ, "XDG_RUNTIME_DIR": str(folder), "HOME": str(folder), "WLR_BACKENDS": "x11",
+                         "WLR_RENDERER": "pixman"})
+        for _ in range(500):
+            sockets = [*folder.glob("wayland-*[0-9]"), *folder.glob("sway-ipc.*")]
+            if len(sockets) == 2:
+                return dict(zip(("WAYLAND_DISPLAY", "SWAYSOCK"), map(str, sockets)))
+            time.sleep(0.02)
+        raise RuntimeError("sway did not start: " + self._log("compositor.log"))
 
     def _start_session_bus(self):
         read_end, write_end = os.pipe()

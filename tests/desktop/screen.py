@@ -1,77 +1,56 @@
-"""Keys, pictures and the window manager's requests on the run's display."""
+"""Keys, the pointer and pictures of the run's display, and its windows as whoever manages them sees them."""
 
-import ctypes
+import os
+import re
 import subprocess
 import time
 
+import sway_windows
+import x11_windows
 from steps import require
+from x11_windows import xdotool
+
+_DRAG_STEPS = 12
 
 
 def press(*keys):
     """Presses keys by their X names, such as "Return" or "ctrl+a", wherever the keyboard focus is."""
-    _xdotool("key", "--clearmodifiers", *keys)
+    xdotool("key", "--clearmodifiers", *keys)
 
 
 def type_text(text):
-    _xdotool("type", "--clearmodifiers", "--delay", "20", text)
+    xdotool("type", "--clearmodifiers", "--delay", "20", text)
 
 
 def point_at(x, y):
-    _xdotool("mousemove", str(x), str(y))
+    xdotool("mousemove", str(x), str(y))
 
 
 def click(x, y):
-    _xdotool("mousemove", str(x), str(y), "click", "1")
+    xdotool("mousemove", str(x), str(y), "click", "1")
+
+
+def press_button():
+    xdotool("click", "1")
+
+
+def drag(from_x, from_y, to_x, to_y):
+    """In small steps, as a hand would: a program takes a jump for no drag."""
+    xdotool("mousemove", str(from_x), str(from_y), "mousedown", "1")
+    for i in range(1, _DRAG_STEPS + 1):
+        point_at(from_x + (to_x - from_x) * i // _DRAG_STEPS, from_y + (to_y - from_y) * i // _DRAG_STEPS)
+        time.sleep(0.03)
+    time.sleep(0.3)  # whether the drop would be taken is still being asked
+    xdotool("mouseup", "1")
 
 
 def move_pointer_away():
-    _xdotool("mousemove", "0", "0")
-
-
-def windows_called(title):
-    """X's numbers of the visible windows with this title."""
-    done = _xdotool("search", "--onlyvisible", "--name", f"^{title}$", check=False)
-    return [int(line) for line in done.stdout.split()]
-
-
-def windows_of_class(name):
-    """X's numbers of all visible windows of a program, its menus and its icon on a bar included."""
-    done = _xdotool("search", "--onlyvisible", "--class", f"^{name}$", check=False)
-    return [int(line) for line in done.stdout.split()]
-
-
-def title_shown(number):
-    """The title that a window manager draws for a window."""
-    done = subprocess.run(["xprop", "-id", str(number), "-notype", "_NET_WM_NAME"], capture_output=True, text=True,
-                          timeout=30, check=True, stdin=subprocess.DEVNULL)
-    return done.stdout.split(" = ", 1)[1].strip().strip('"')
-
-
-def place_of(number):
-    """(left, top, right, bottom) of a window without its frame, on the screen."""
-    done = subprocess.run(["xwininfo", "-id", str(number)], capture_output=True, text=True, timeout=30, check=True,
-                          stdin=subprocess.DEVNULL)
-    values = dict(line.strip().split(":", 1) for line in done.stdout.splitlines() if ":" in line)
-    left, top = int(values["Absolute upper-left X"]), int(values["Absolute upper-left Y"])
-    return left, top, left + int(values["Width"]), top + int(values["Height"])
+    xdotool("mousemove", "0", "0")
 
 
 def size():
     """(width, height) of the screen."""
-    return tuple(int(number) for number in _xdotool("getdisplaygeometry").stdout.split())
-
-
-def move(number, left, top):
-    _xdotool("windowmove", "--sync", str(number), str(left), str(top))
-
-
-def minimise(number):
-    _xdotool("windowminimize", "--sync", str(number))
-
-
-def give_keyboard(number):
-    """What a window manager does when a window comes to the front, or the one before it goes away."""
-    _xdotool("windowfocus", "--sync", str(number))
+    return tuple(int(number) for number in xdotool("getdisplaygeometry").stdout.split())
 
 
 def take_picture(path):
@@ -82,74 +61,61 @@ def take_picture(path):
     return done.returncode == 0
 
 
+def brightness(left, top, right, bottom):
+    """Rows of pixels, from 0 to 255 each."""
+    width, height = right - left, bottom - top
+    done = subprocess.run(["import", "-window", "root", "-crop", f"{width}x{height}+{left}+{top}", "-depth", "8",
+                           "gray:-"], capture_output=True, timeout=30, check=True, stdin=subprocess.DEVNULL)
+    require(len(done.stdout) == width * height, "that place is not on the screen")
+    return [done.stdout[row * width:(row + 1) * width] for row in range(height)]
+
+
+def changed_place(before, after):
+    """(left, top, right, bottom) of what differs between two pictures, but for thin lines, such as a blinking cursor;
+    None where nothing does."""
+    done = subprocess.run(["convert", before, after, "-compose", "difference", "-composite", "-threshold", "5%",
+                           "-morphology", "Open", "Square:2", "-format", "%@ %[fx:maxima]", "info:"],
+                          capture_output=True, text=True, timeout=30, check=True, stdin=subprocess.DEVNULL)
+    place, maximum = done.stdout.split()
+    if float(maximum) == 0:
+        return None
+    width, height, left, top = map(int, re.fullmatch(r"(\d+)x(\d+)\+(\d+)\+(\d+)", place).groups())
+    return left, top, left + width, top + height
+
+
+def windows_called(title):
+    """The numbers of the visible windows with this title."""
+    return _manager().windows_called(title)
+
+
+def title_shown(number):
+    """The title that stands in a window's frame."""
+    return _manager().title_shown(number)
+
+
+def place_of(number):
+    """(left, top, right, bottom) of a window without its frame, on the screen."""
+    return _manager().place_of(number)
+
+
+def give_keyboard(number):
+    """What happens when a window comes to the front, or the one before it goes away."""
+    _manager().give_keyboard(number)
+
+
 def close_window(number):
-    """What a window manager sends for a click on a window's close button; the program decides what to do."""
-    x11 = ctypes.CDLL("libX11.so.6")
-    x11.XOpenDisplay.restype = ctypes.c_void_p
-    x11.XInternAtom.restype = ctypes.c_ulong
-    x11.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
-    x11.XSendEvent.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_int, ctypes.c_long, ctypes.c_void_p]
-    x11.XSync.argtypes = [ctypes.c_void_p, ctypes.c_int]
-    x11.XCloseDisplay.argtypes = [ctypes.c_void_p]
-    display = x11.XOpenDisplay(None)
-    require(display, "the display cannot be opened")
-    try:
-        event = _ClientMessage(type=_CLIENT_MESSAGE, window=number, format=32,
-                               message_type=x11.XInternAtom(display, b"WM_PROTOCOLS", 0))
-        event.data[0] = x11.XInternAtom(display, b"WM_DELETE_WINDOW", 0)
-        x11.XSendEvent(display, number, 0, 0, ctypes.byref(event))
-        x11.XSync(display, 0)
-    finally:
-        x11.XCloseDisplay(display)
+    """What follows a click on a window's close button; the program decides what to do."""
+    _manager().close_window(number)
 
 
-class StartupMessages:
-    """What programs tell the desktop about starts under way, from when the context is entered."""
-
-    def __enter__(self):
-        self._x11 = x11 = ctypes.CDLL("libX11.so.6")
-        x11.XOpenDisplay.restype = ctypes.c_void_p
-        x11.XDefaultRootWindow.restype = ctypes.c_ulong
-        x11.XInternAtom.restype = ctypes.c_ulong
-        for function in (x11.XDefaultRootWindow, x11.XPending, x11.XCloseDisplay):
-            function.argtypes = [ctypes.c_void_p]
-        x11.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
-        x11.XSelectInput.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_long]
-        x11.XNextEvent.argtypes = [ctypes.c_void_p, ctypes.c_void_p]
-        self._display = x11.XOpenDisplay(None)
-        require(self._display, "the display cannot be opened")
-        x11.XSelectInput(self._display, x11.XDefaultRootWindow(self._display), _PROPERTY_CHANGES)
-        self._first = x11.XInternAtom(self._display, b"_NET_STARTUP_INFO_BEGIN", 0)
-        x11.XPending(self._display)
-        self._texts = []
-        return self
-
-    def __exit__(self, *_):
-        self._x11.XCloseDisplay(self._display)
-
-    def texts(self):
-        while self._x11.XPending(self._display):
-            event = _ClientMessage()
-            self._x11.XNextEvent(self._display, ctypes.byref(event))
-            if event.type == _CLIENT_MESSAGE and event.format == 8:
-                if event.message_type == self._first:
-                    self._texts.append(b"")
-                self._texts[-1] += bytes(event.data)[:20]
-        return [text.split(b"\0", 1)[0].decode() for text in self._texts if b"\0" in text]
+def origin(title):
+    """Where on the screen the places begin that the accessibility tree tells of the controls in a window."""
+    return _manager().origin(title)
 
 
-_PROPERTY_CHANGES = 1 << 22
-_CLIENT_MESSAGE = 33
+def is_wayland():
+    return "SWAYSOCK" in os.environ
 
 
-class _ClientMessage(ctypes.Structure):
-    _fields_ = [("type", ctypes.c_int), ("serial", ctypes.c_ulong), ("send_event", ctypes.c_int),
-                ("display", ctypes.c_void_p), ("window", ctypes.c_ulong), ("message_type", ctypes.c_ulong),
-                ("format", ctypes.c_int), ("data", ctypes.c_long * 5), ("padding", ctypes.c_long * 12)]
-
-
-def _xdotool(*arguments, check=True):
-    done = subprocess.run(["xdotool", *arguments], capture_output=True, text=True, timeout=30, check=False,
-                          stdin=subprocess.DEVNULL)
-    require(done.returncode == 0 or not check, f"xdotool {arguments[0]} failed: {done.stderr.strip()}")
-    return done
+def _manager():
+    return sway_windows if is_wayland() else x11_windows

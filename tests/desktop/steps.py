@@ -25,12 +25,14 @@ class Step:
     seconds: float = 30
     picture: Optional[str] = None  # name of the screenshot taken at the end of the step
     essential: bool = False  # nothing after it makes sense when it fails
+    x11_alone: Optional[str] = None  # why it cannot be tried under Wayland
 
 
 @dataclass
 class Results:
     passed: int = 0
     failed: int = 0
+    not_applicable: int = 0
     broken_by: Optional[str] = None
     failures: list = field(default_factory=list)
 
@@ -90,9 +92,14 @@ def run_steps(steps, subject, results):
     """Runs the steps in order and prints one line for each.
 
     `subject.take_picture(name)` may also be called by the steps; `subject.new_pictures()` answers what came of it
-    since the last call. `subject.recover()` follows a step that failed.
+    since the last call. `subject.recover()` follows a step that failed. `subject.is_wayland` tells which steps do not
+    apply.
     """
     for step in steps:
+        if step.x11_alone and subject.is_wayland:
+            results.not_applicable += 1
+            _say(f"n/a  {step.sentence}: {step.x11_alone}")
+            continue
         if results.broken_by:
             results.failed += 1
             _say(f"FAIL {step.sentence}: not tried, since an earlier step failed: {results.broken_by}")

@@ -17,6 +17,11 @@ def choose(pid, title):
     _call(pid, "Event", GLib.Variant("(isvu)", (_items(pid)[title][0], "clicked", GLib.Variant("i", 0), 0)))
 
 
+def titles(pid):
+    """Of the menu's items in their order, without the separators."""
+    return list(_items(pid))
+
+
 def _items(pid):
     """{title: (number, whether it can be chosen)}"""
     _, (_, _, children) = _call(pid, "GetLayout", GLib.Variant("(iias)", (0, -1, []))).unpack()

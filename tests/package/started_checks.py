@@ -13,6 +13,7 @@ from gi.repository import Gio, GLib
 
 import processes
 import screen
+import x11_windows
 from files_checks import NAME, entry_of
 from helper_program import ANALYZED, READY, WINDOW_TITLE, HelperProgram
 from network import port_is_free
@@ -171,7 +172,7 @@ def _warm_by_bus(run):
 
 def _startup_notice(_run):
     name = 'launcher/helper "1"-of-a-desktop_TIME4711'
-    with screen.StartupMessages() as messages:
+    with x11_windows.StartupMessages() as messages:
         for method, arguments in (("Activate", ()), ("Open", (["zunto-helper:"],)), ("Open", ([""],))):
             before = len(messages.texts())
             _call(method, *arguments, {"desktop-startup-id": GLib.Variant("s", name)})
