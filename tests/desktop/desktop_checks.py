@@ -26,8 +26,8 @@ def desktop_steps():
     return [
         Step("The window stands in the middle of the screen, and does not move when it is presented again",
              _stands_still, 60),
-        Step("A closed window comes back from the icon on a bar that knows only the older tray", _back_from_older_tray,
-             60, x11_alone="Wayland has no older tray"),
+        Step("A closed window comes back from the icon on a bar that knows only the older tray, and the icon to the next "
+             "bar", _back_from_older_tray, 60, x11_alone="Wayland has no older tray"),
         Step("A save panel that comes while the window is minimised bars the window until it is answered",
              _panel_over_minimised_window, 120, x11_alone="sway, as most tiling desktops, has no minimised windows"),
         Step("An alert that comes while the window is closed bars the window until it is answered, and no more than "
@@ -54,20 +54,37 @@ def _stands_still(run):
 def _back_from_older_tray(run):
     helper = run.helper
     (window,) = screen.windows_called(WINDOW_TITLE)
-    bar = subprocess.Popen(["trayer", "--edge", "bottom", "--align", "right", "--SetDockType", "false"],
-                           stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    bar = _start_bar()
     try:
         screen.close_window(window)
         wait_until(lambda: not screen.windows_called(WINDOW_TITLE), "the window being closed", 10)
-        (icon,) = wait_until(lambda: x11_windows.windows_of_class(_CLASS), "the icon on the bar", 15)
+        (icon,) = _wait_for_shown(1, "the icon on the bar")
         screen.click(*_middle(screen.place_of(icon)))
-        wait_until(lambda: len(x11_windows.windows_of_class(_CLASS)) == 2, "the open menu beside the icon", 10)
+        _wait_for_shown(2, "the open menu beside the icon")
         run.take_picture("older-tray")
         screen.press("Down", "Down", "Return")  # from the first item that can be chosen to the second
         wait_until(lambda: screen.windows_called(WINDOW_TITLE), "the window being back", 15)
+        _end(bar)
+        _wait_for_shown(1, "the icon being gone with the bar")
+        bar = _start_bar()
+        _wait_for_shown(2, "the icon on the next bar, beside the window")
     finally:
-        bar.terminate()
-        bar.wait()
+        _end(bar)
+
+
+def _wait_for_shown(count, what):
+    """Windows of the helper, its menus and its icon included."""
+    return wait_until(lambda: len(shown := x11_windows.windows_of_class(_CLASS)) == count and shown, what, 15)
+
+
+def _start_bar():
+    return subprocess.Popen(["trayer", "--edge", "bottom", "--align", "right", "--SetDockType", "false"],
+                            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+
+def _end(process):
+    process.terminate()
+    process.wait()
 
 
 def _middle(place):
