@@ -15,8 +15,10 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollArea>
+#include <QTimer>
 #include <QWidget>
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <functional>
 #include <optional>
@@ -169,6 +171,9 @@ class WindowStatusMenu {
   Observable::Subscription itemChanges_;
 };
 
+/// How long a compositor may take to bring a window forward that has the permission to come.
+constexpr std::chrono::milliseconds patienceWithPermission(1000);
+
 class NativeWindow final : public QWidget {
  public:
   NativeWindow(Window& model, QtStatusMenu& statusMenu, QtDisplay display)
@@ -193,11 +198,18 @@ class NativeWindow final : public QWidget {
     }
     // The keyboard starts at the first control.
     focusNextChild();
+    refusal_.setSingleShot(true);
+    refusal_.setInterval(patienceWithPermission);
+    QObject::connect(&refusal_, &QTimer::timeout, this, [this] {
+      if (mustBeNewToComeForward()) present();
+    });
   }
 
   void present() {
     setWindowState(windowState() & ~Qt::WindowMinimized);
     if (mustBeNewToComeForward()) hide();
+    // A permission may have been used up, and nobody tells of a refusal.
+    if (isVisible() && display_ == QtDisplay::wayland && QtActivation::isGranted()) refusal_.start();
     show();
     raise();
     activateWindow();
@@ -243,6 +255,7 @@ class NativeWindow final : public QWidget {
 
   bool event(QEvent* event) override {
     const bool answer = QWidget::event(event);
+    if (event->type() == QEvent::WindowActivate) refusal_.stop();
     if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::Resize) updateMinimumSize();
     if (event->type() == QEvent::Move || event->type() == QEvent::WindowActivate) makeRoomForFrame();
     return answer;
@@ -329,6 +342,7 @@ class NativeWindow final : public QWidget {
   QtDisplay display_;
   QtFocusKeeper focus_;
   ContentArea* content_ = nullptr;  ///< a child of this window
+  QTimer refusal_;
   std::optional<QRect> centeredAt_;
   bool isFrameKnown_ = false;
   std::optional<WindowStatusMenu> statusMenu_;

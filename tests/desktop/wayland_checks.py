@@ -46,6 +46,7 @@ def wayland_steps():
         Step("A second start brings the window to where the user is", _second_start, 60),
         Step("Activate and Open bring the window forward by the token of another program, and leave it the one it is",
              _activated_by_token, 60),
+        Step("A token that the compositor does not know brings it forward all the same", _token_of_no_use, 60),
         Step("What another program has copied is pasted", _paste, 60),
         Step("A link that is dragged out of another program's window replaces the link", _drop, 60),
         Step("In a tile that is smaller than the form every control can be reached", _small_tile, 60),
@@ -113,6 +114,12 @@ def _activated_by_token(run):
         wait_until(lambda: _has_keyboard(WINDOW_TITLE), "the window having the keyboard again", 15)
         wait_until(lambda: helper.link_field.text == _LINK, "the link standing in the field", 15)
     require_equal(_window()["id"], earlier, "sway's number of the window")
+
+
+def _token_of_no_use(run):
+    with _OtherProgram(run):
+        _call_application("Activate", "(a{sv})", {"activation-token": GLib.Variant("s", "used up")})
+        wait_until(lambda: _has_keyboard(WINDOW_TITLE), "the window having the keyboard", 15)
 
 
 def _call_application(method, signature, *arguments):

@@ -183,6 +183,26 @@ TEST_F(QtWindows, ComesForwardUnderWaylandAsANewWindowUnlessItMayOrIsThere) {
   EXPECT_TRUE(model.isVisible());
 }
 
+TEST_F(QtWindows, ComesForwardAsANewWindowWhereItsPermissionIsOfNoUse) {
+  view.reset();
+  QtWindowSystem underWayland(statusMenu, QtDisplay::wayland);
+  view = underWayland.makeView(model);
+  show();
+  ASSERT_TRUE(runUntil([this] { return native->isActiveWindow(); }));
+  const Hidings hidings(*native);
+  QWidget other;
+  other.show();
+  other.activateWindow();
+  ASSERT_TRUE(runUntil([&other] { return other.isActiveWindow(); }));
+  native->windowHandle()->setFlag(Qt::WindowDoesNotAcceptFocus);  // Qt asks for nothing then
+  qputenv("XDG_ACTIVATION_TOKEN", "used up");
+  model.show();
+  qunsetenv("XDG_ACTIVATION_TOKEN");
+  EXPECT_EQ(hidings.count, 0);
+  EXPECT_TRUE(runUntil([&hidings] { return hidings.count == 1; }));
+  EXPECT_TRUE(native->isVisible());
+}
+
 TEST_F(QtWindows, ItsContentStandsInTheMiddleOfTheScreenHoweverOftenItIsCentered) {
   show();
   const QRect area = native->screen()->availableGeometry();
