@@ -97,7 +97,9 @@ std::optional<std::string> Url::scheme() const {
 
 std::optional<std::string> Url::firstQueryValue(std::string_view name) const {
   const urls::url_view view = urls::parse_uri_reference(text_).value();
-  if (!view.has_query()) return std::nullopt;
+  // An empty query has no items, though Boost 1.81 finds one behind it, in the fragment, and reads on from
+  // there.
+  if (view.encoded_query().empty()) return std::nullopt;
   for (const auto& item : view.encoded_params()) {
     if (std::string_view(item.key.decode()) != name) continue;
     if (!item.has_value) return std::nullopt;

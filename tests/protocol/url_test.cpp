@@ -104,6 +104,11 @@ TEST(UrlQuery, AnItemWithoutValueHasNone) {
   EXPECT_EQ(linkIn("zunto-helper://open"), std::nullopt);
 }
 
+TEST(UrlQuery, AnEmptyQueryBeforeAFragmentHasNoItems) {
+  EXPECT_EQ(linkIn("zunto-helper:?#url=x"), std::nullopt);
+  EXPECT_EQ(linkIn("zunto-helper:?#" + std::string(5000, '~')), std::nullopt);
+}
+
 TEST(UrlQuery, AnEmptyValueIsNoLink) {
   EXPECT_EQ(linkIn("zunto-helper://open?url="), "");
   EXPECT_FALSE(Url::parse(""));
