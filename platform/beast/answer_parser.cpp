@@ -89,6 +89,7 @@ AnswerParser::AnswerParser(std::string_view method, TakeBody takeBody)
 AnswerParser::~AnswerParser() = default;
 
 void AnswerParser::beginMessage() {
+  hasBegun_ = false;
   message_ = std::make_unique<Message>(isBodyless_, [this](std::string_view bytes) {
     plainBodySize_ += bytes.size();
     takeBody_(bytes);
@@ -112,16 +113,19 @@ std::size_t AnswerParser::takeStep(std::string_view bytes) {
     isHttp_ = false;
     return bytes.size();
   }
+  hasBegun_ = true;
+  // Beast judges what is there of a first line, but only once: it gets whole ones.
+  if (!message_->head().status && bytes.find("\r\n") == std::string_view::npos) return 0;
   const bool isHead = !message_->is_header_done();
   error_code failure;
   const std::size_t count = message_->put(boost::asio::buffer(bytes), failure);
   if (isHead) headSize_ += count;
   if (headSize_ > largestHead) throw SystemError(headTooLarge);
-  if (failure && failure != http::error::need_more) {
-    if (message_->head().status) throw SystemError(malformed);
+  if (!message_->head().status) {
     isHttp_ = false;
     return bytes.size();
   }
+  if (failure && failure != http::error::need_more) throw SystemError(malformed);
   if (message_->is_done() && message_->isInterim()) {
     if (++interimAnswers_ > mostInterimAnswers) throw SystemError(interimOnly);
     beginMessage();
@@ -139,13 +143,12 @@ void AnswerParser::requireBounds(std::size_t left) const {
 void AnswerParser::pass(std::uint64_t count) { plainBodySize_ += count; }
 
 void AnswerParser::takeEnd() {
-  // Beast takes an end before the first byte for a whole answer.
-  if (!message_->got_some()) {
-    throw SystemError("The local processor closed the connection without an answer.");
-  }
+  if (!hasBegun_) throw SystemError("The local processor closed the connection without an answer.");
   error_code failure;
-  message_->put_eof(failure);
-  if (failure) throw SystemError("The answer of the local processor was cut short.");
+  // Beast takes an end before the first line for a whole answer.
+  if (message_->head().status) message_->put_eof(failure);
+  if (failure || !message_->head().status)
+    throw SystemError("The answer of the local processor was cut short.");
 }
 
 bool AnswerParser::isWhole() const {

@@ -68,6 +68,7 @@ class AnswerParser {
   TakeBody takeBody_;
   std::unique_ptr<Message> message_;  // the interim or final answer that is being parsed
   bool isHttp_ = true;
+  bool hasBegun_ = false;  // the message, by its first byte
   int interimAnswers_ = 0;
   std::size_t headSize_ = 0;         // of what is taken
   std::uint64_t plainBodySize_ = 0;  // of what is taken or has gone another way

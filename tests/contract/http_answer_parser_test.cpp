@@ -59,6 +59,9 @@ const std::vector<std::string>& answers() {
       "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nabc",
       "HTTP/1.1 200 OK\r\nX-A: a",
       "SSH-2.0-Stranger\r\n",
+      "HTTP/1.x 200 OK",
+      "HTTP/1.1 K\r\nX-A: a\r\n",
+      "HTTP/1.1 20\nX-A: a\r\n",
       "HTTP/1.1 100 Continue\r\n\r\n"};
   return all;
 }
