@@ -80,6 +80,14 @@ suite_soak() {
     build/gcc/tests/simulation/simulation --schedules "$soak" --from "$(date +%s)000000" | tee "$report"
 }
 
+# What it finds worth keeping stays in build/fuzz. The targets are made of what the tests with sanitizers are made of.
+fuzz_seconds=8
+suite_fuzz() {
+  set -o pipefail
+  build_preset sanitize tests/fuzz/all &&
+    python3 tests/fuzz/fuzz.py --seconds "$fuzz_seconds" build/sanitize build/fuzz | tee "$report"
+}
+
 # How a test that is no suite is counted: a file of the processor's tests, a C++ test (Group.Case) or a group of them.
 # Fails when there is no such test.
 case_format() { # NAME
@@ -120,7 +128,7 @@ suite_types() (
 suite_processor() { node_tests processor/test/*.test.mjs; }
 
 node_tests() { # FILE ...
-  timeout -k 10 900 node --test --test-reporter=spec --test-reporter-destination=stdout \
+  timeout -k 10 "$((900 + 4 * ${ZUNTO_FUZZ_SECONDS:-0}))" node --test --test-reporter=spec --test-reporter-destination=stdout \
     --test-reporter=tap --test-reporter-destination="$report" "$@"
 }
 

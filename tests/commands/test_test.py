@@ -21,6 +21,7 @@ class Test(unittest.TestCase):
         kept.parent.mkdir(parents=True)
         kept.touch()
         for name, why in {"--soak": "--soak takes a number of schedules (see ./test --help)",
+                          "--fuzz": "--fuzz takes a number of seconds (see ./test --help)",
                           "--bogus": "unknown option --bogus (see ./test --help)",
                           "nonsense": "there is no suite and no test named nonsense (see ./test --help)",
                           "a b;": "there is no suite and no test named a b; (see ./test --help)"}.items():
@@ -58,6 +59,18 @@ class Test(unittest.TestCase):
         done = tree.call("test", "--soak", 5)
         self.assertIn("schedules: --schedules 5 --from 17000000\n", done.stdout, done.stderr)
         self.assertIn("\n5 passed, 0 failed\n", done.stdout)
+
+    def test_makes_up_input_for_as_long_as_asked(self):
+        tree = CommandTree(self)
+        tree.stand_in("node", '[ "$1" = --version ] && echo v18.19.0 || '
+                              '{ echo "fuzzing for $ZUNTO_FUZZ_SECONDS s"; echo "# pass 3" >build/reports/*.report; }')
+        for file in ("tests/fuzz/fuzz.py", "processor/test/fuzz.test.mjs"):
+            (tree.root / file).parent.mkdir(parents=True)
+            (tree.root / file).write_text("import sys; print('fuzz:', *sys.argv[1:]); print('7 passed, 0 failed')\n",
+                                          encoding="utf-8")
+        done = tree.call("test", "--fuzz", 90)
+        self.assertIn("fuzz: --seconds 90 build/sanitize build/fuzz\n", done.stdout, done.stderr)
+        self.assertIn("fuzzing for 90 s\n", done.stdout)
 
     def test_knows_the_tests_of_the_tree_by_name(self):
         script = f'root={ROOT}; cd {ROOT}; source scripts/test/suites.sh; case_format "$1"'
