@@ -38,10 +38,7 @@ class CallbackSlot final : public CancellableWait {
     if (!isStarting_) resume();
   }
 
-  void endCancelled() override {
-    if (!frame_ || value_) return;
-    resume();
-  }
+  void endCancelled() override { resume(); }
 
   void abandon() { frame_ = nullptr; }
 

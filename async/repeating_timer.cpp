@@ -16,8 +16,7 @@ void RepeatingTimer::invalidate() { timer_.reset(); }
 
 void RepeatingTimer::schedule() {
   timer_ = clock_.callLater(next_ - clock_.now(), [this] {
-    const std::chrono::nanoseconds late = clock_.now() - next_;
-    next_ += interval_ * (1 + (late > std::chrono::nanoseconds::zero() ? late / interval_ : 0));
+    next_ += interval_ * (1 + (clock_.now() - next_) / interval_);
     schedule();
     // The callback may destroy this object, and with it the member that holds the callback.
     const std::shared_ptr<std::function<void()>> fire = fire_;

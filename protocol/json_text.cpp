@@ -37,8 +37,8 @@ std::size_t numberLength(std::string_view text) {
     if (end == fraction) return 0;
   }
   if (end < text.size() && (text[end] == 'e' || text[end] == 'E')) {
-    const bool hasSign = end + 1 < text.size() && (text[end + 1] == '+' || text[end + 1] == '-');
-    const std::size_t exponent = end + (hasSign ? 2 : 1);
+    const std::string_view sign = text.substr(end + 1, 1);
+    const std::size_t exponent = end + (sign == "+" || sign == "-" ? 2 : 1);
     end = endOfDigits(exponent);
     if (end == exponent) return 0;
   }
@@ -47,7 +47,7 @@ std::size_t numberLength(std::string_view text) {
 
 double nearestDouble(std::string_view number) {
   double nearest = 0;
-  fast_float::from_chars(number.data(), number.data() + number.size(), nearest);
+  fast_float::from_chars(number.begin(), number.end(), nearest);
   return nearest;
 }
 

@@ -1,5 +1,6 @@
 #include "protocol/text.h"
 
+#include <algorithm>
 #include <boost/locale/utf.hpp>
 #include <cstddef>
 
@@ -32,14 +33,14 @@ bool isUtf8(std::string_view text) {
 
 std::string trimmed(std::string_view text) {
   std::size_t begin = text.size();
-  std::size_t end = 0;
+  std::size_t end = begin;
   for (const char* next = text.data(); next != text.data() + text.size();) {
     const auto start = static_cast<std::size_t>(next - text.data());
     if (isWhiteSpaceOrLineEnd(Utf8::decode(next, text.data() + text.size()))) continue;
-    if (begin > start) begin = start;
+    begin = std::min(begin, start);
     end = static_cast<std::size_t>(next - text.data());
   }
-  return begin < end ? std::string(text.substr(begin, end - begin)) : std::string();
+  return std::string(text.substr(begin, end - begin));
 }
 
 std::string capitalizedWords(std::string_view text) {

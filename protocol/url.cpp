@@ -34,11 +34,6 @@ void appendPercentEncoded(std::string& out, char c) {
   out += {'%', digits[byte >> 4U], digits[byte & 0x0FU]};
 }
 
-bool isBlankOrControl(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte <= 0x20 || byte == 0x7F;
-}
-
 /// Where the authority ends, 0 when there is none: up to there brackets enclose an IP address, behind it they
 /// are text.
 std::size_t endOfAuthority(std::string_view text) {
@@ -59,15 +54,15 @@ bool startsEscape(std::string_view text) {
          urls::grammar::hexdig_value(text[2]) >= 0;
 }
 
-/// `text` as it may be sent; none when it holds what no link shows.
-std::optional<std::string> encodedAsLink(std::string_view text) {
+/// `text` with what a link may show but not carry percent-encoded; blanks and control characters it does
+/// neither.
+std::string encodedAsLink(std::string_view text) {
   const std::size_t authorityEnd = endOfAuthority(text);
   const std::size_t fragment = std::min(text.find('#'), text.size());
   std::string encoded;
   encoded.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
-    if (isBlankOrControl(c)) return std::nullopt;
     const bool strayPercent = c == '%' && !startsEscape(text.substr(i));
     const bool insideFragment = c == '#' && i > fragment;
     if (static_cast<unsigned char>(c) >= 0x80 || strayPercent || insideFragment ||
@@ -84,9 +79,9 @@ std::optional<std::string> encodedAsLink(std::string_view text) {
 
 std::optional<Url> Url::parse(std::string_view text) {
   if (text.empty() || !isUtf8(text)) return std::nullopt;
-  std::optional<std::string> encoded = encodedAsLink(text);
-  if (!encoded || !urls::parse_uri_reference(*encoded)) return std::nullopt;
-  return Url(*std::move(encoded));
+  std::string encoded = encodedAsLink(text);
+  if (!urls::parse_uri_reference(encoded)) return std::nullopt;
+  return Url(std::move(encoded));
 }
 
 std::optional<std::string> Url::scheme() const {

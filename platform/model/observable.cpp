@@ -25,7 +25,6 @@ Observable::Subscription::~Subscription() { end(); }
 
 void Observable::Subscription::end() {
   if (const std::shared_ptr<Registry> registry = registry_.lock()) registry->observers.erase(key_);
-  registry_.reset();
 }
 
 Observable::Observable() : registry_(std::make_shared<Subscription::Registry>()) {}

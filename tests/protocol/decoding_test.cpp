@@ -14,12 +14,15 @@
 #include <ostream>
 #include <random>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace zunto {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 using ::testing::TestParamInfo;
 using ::testing::TestWithParam;
 using ::testing::ValuesIn;
@@ -458,6 +461,22 @@ TEST(Decoding, AFailureNamesThePlaceOfTheFault) {
   EXPECT_THAT(decodingFailure(jobWith(R"("progress":"55")")), HasSubstr("job.progress"));
 }
 
+TEST(Decoding, AFailureIsASentenceThatSaysWhatIsWrong) {
+  const std::string beginning = "The local processor's answer could not be read: job";
+  for (const auto& [keys, fault] : std::vector<std::pair<std::string, std::string>>{
+           {R"("title":1)", ".title is not a string."},
+           {R"("subtitles":[{"id":"en","automatic":0}])", ".subtitles[0].automatic is not true or false."},
+           {R"("progress":true)", ".progress is not a number."},
+           {R"("progress":1e999)", ".progress is out of range."},
+           {R"("result":[])", ".result is not an object."},
+           {R"("result":{})", ".result.kind is missing."},
+           {R"("formats":{})", ".formats is not an array."}}) {
+    EXPECT_EQ(decodingFailure(jobWith(keys)), beginning + fault);
+  }
+  EXPECT_EQ(decodingFailure("[]"), beginning + " is not an object.");
+  EXPECT_THAT(decodingFailure("{"), StartsWith("The local processor's answer is not valid JSON: "));
+}
+
 TEST(Decoding, TextsKeepEveryCharacter) {
   const MediaJob job = decodeJob(jobWith(R"("title":"a\u2026\n\"b\\\/\ud83d\ude00 …")"));
   EXPECT_EQ(job.title, "a\u2026\n\"b\\/\U0001F600 …");
@@ -530,6 +549,12 @@ TEST(Numbers, AreValidWhateverTheirDigitsAndExponentsAre) {
   EXPECT_EQ(decodedNumber("0." + repeated("0", 400) + "1e401"), 1);
   EXPECT_EQ(decodedNumber(repeated("9", 1000) + "E-999"), 10);
   EXPECT_EQ(decodedNumber("0.5" + repeated("0", 100000)), 0.5);
+}
+
+TEST(Numbers, MayHaveExponentsOfOneDigit) {
+  EXPECT_EQ(decodedNumber("15e2"), 1500);
+  EXPECT_EQ(decodedNumber("15E+2"), 1500);
+  EXPECT_EQ(decodedNumber("15e-1"), 1.5);
 }
 
 TEST(Numbers, AreTheNearestDouble) {
@@ -635,6 +660,7 @@ TEST(HealthAnswer, EverythingElseIsNotHealthy) {
     EXPECT_FALSE(isHealthyAnswer(json)) << json;
   }
   EXPECT_FALSE(isHealthyAnswer(repeated("[", 1000000)));
+  EXPECT_FALSE(isHealthyAnswer(std::string_view("12").substr(0, 1)));
   EXPECT_FALSE(isHealthyAnswer("{\"status\":\"ok\",\"x\":\"\xff\"}"));
 }
 

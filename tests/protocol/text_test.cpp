@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 
 namespace zunto {
 namespace {
@@ -39,6 +40,8 @@ TEST(TrimmedText, OfWhiteSpaceAloneIsEmpty) {
 }
 
 TEST(TrimmedText, KeepsOtherCharactersAndStrayBytes) {
+  EXPECT_EQ(trimmed("\x08\x0E!"), "\x08\x0E!");
+  EXPECT_EQ(trimmed(std::string_view("\u00A0").substr(0, 1)), "\xC2");
   EXPECT_EQ(trimmed(" …é "), "…é");
   EXPECT_EQ(trimmed("\u200C\u200Da\u2060"), "\u200C\u200Da\u2060");
   EXPECT_EQ(trimmed(" \xff "), "\xff");
@@ -50,11 +53,19 @@ TEST(CapitalizedWords, UpperCaseTheFirstLetterOfEachWordAndLowerCaseTheRest) {
   EXPECT_EQ(capitalizedWords("a b"), "A B");
   EXPECT_EQ(capitalizedWords("it's done"), "It's Done");
   EXPECT_EQ(capitalizedWords("waiting-for retry"), "Waiting-For Retry");
+  EXPECT_EQ(capitalizedWords("zone ZOO a-z-A-Z"), "Zone Zoo A-Z-A-Z");
   EXPECT_EQ(capitalizedWords(""), "");
+}
+
+TEST(CapitalizedWords, GoOnBehindDigitsAndEndAtEveryOtherSign) {
+  EXPECT_EQ(capitalizedWords("a0b9c"), "A0b9c");
+  EXPECT_EQ(capitalizedWords("a/b:c_d@e[f`g{h"), "A/B:C_D@E[F`G{H");
+  EXPECT_EQ(capitalizedWords("0a"), "0A");
 }
 
 TEST(CapitalizedWords, KeepCharactersOutsideAscii) {
   EXPECT_EQ(capitalizedWords("élan VITAL…"), "élan Vital…");
+  EXPECT_EQ(capitalizedWords("\u2000a \u00FFa"), "\u2000a \u00FFa");
 }
 
 }  // namespace

@@ -30,6 +30,7 @@ TEST(UrlParsing, KeepsAnOrdinaryLinkAsItIs) {
 TEST(UrlParsing, EncodesWhatAnAddressBarShowsInPathAndQuery) {
   EXPECT_EQ(absolute("https://example.org/видео/ü?q=日本"),
             "https://example.org/%D0%B2%D0%B8%D0%B4%D0%B5%D0%BE/%C3%BC?q=%E6%97%A5%E6%9C%AC");
+  EXPECT_EQ(absolute("https://example.org/…"), "https://example.org/%E2%80%A6");
 }
 
 TEST(UrlParsing, EncodesWhatBrowsersLeaveBare) {
@@ -53,14 +54,19 @@ TEST(UrlParsing, EncodesAPercentSignThatStartsNoEscape) {
   EXPECT_EQ(absolute("https://example.org/100%?a=%zz&b=%4"), "https://example.org/100%25?a=%25zz&b=%254");
 }
 
+TEST(UrlParsing, KeepsEveryEscape) {
+  EXPECT_EQ(absolute("https://example.org/%00%0f%F0%a9?q=%0A"), "https://example.org/%00%0f%F0%a9?q=%0A");
+}
+
 TEST(UrlParsing, EncodesANumberSignInsideAFragment) {
   EXPECT_EQ(absolute("https://example.org/a#b#c"), "https://example.org/a#b%23c");
 }
 
 TEST(UrlParsing, RefusesWhatIsNoUrl) {
-  for (const char* text : {"", "https://example.org/a b", "https://exa mple.org", "https://example.org/\n",
-                           "\t", "https://[::1/", "://example.org", "1https://example.org",
-                           "https://example.org/\xff", "https://example.org/\x7f"}) {
+  for (const char* text :
+       {"", "https://example.org/a b", "https://exa mple.org", "https://example.org/\n", "\t",
+        "https://[::1/", "://example.org", "1https://example.org", "https://example.org/\xff",
+        "https://example.org/\x7f", "https://example.org/\x1f"}) {
     EXPECT_EQ(absolute(text), "no URL") << text;
   }
   EXPECT_EQ(absolute(std::string("https://example.org/\0x", 22)), "no URL");
@@ -139,6 +145,8 @@ TEST(UrlPaths, KeepAnIdentifierFromReachingTheQuery) {
   const Url base = Url::parse("http://127.0.0.1:43127").value();
   EXPECT_EQ(base.appendingPath("jobs/a?b#c d%2F\r\n").absoluteString(),
             "http://127.0.0.1:43127/jobs/a%3Fb%23c%20d%252F%0D%0A");
+  EXPECT_EQ(base.appendingPath("\"<>[\\]^`{|}").absoluteString(),
+            "http://127.0.0.1:43127/%22%3C%3E%5B%5C%5D%5E%60%7B%7C%7D");
 }
 
 }  // namespace
