@@ -481,5 +481,10 @@ TEST_F(HealthMonitorEdgeCases, TheEndOfTheOwnChildShowsStoppedAtOnceBeforeAnyTic
   EXPECT_EQ(world.clock.now(), before);
 }
 
+TEST(HelperStatusDeathTest, TheStartingStateHasNoTextsOfItsOwn) {
+  EXPECT_DEATH((void)textsOf(HelperStatus::starting),
+               "fatal error: the starting state has no texts of its own\n");
+}
+
 }  // namespace
 }  // namespace zunto

@@ -334,7 +334,7 @@ TEST_F(ExecutorDeathTest, AnExceptionThatLeavesARootTaskEndsTheProgramWithItsMes
         }());
         clock.runTurns();
       },
-      "zunto-helper: fatal error: a task failed: boom");
+      "zunto-helper: fatal error: a task failed: boom\n");
 }
 
 TEST_F(ExecutorDeathTest, ACancellationThatLeavesARootTaskEndsTheProgramToo) {
@@ -345,7 +345,7 @@ TEST_F(ExecutorDeathTest, ACancellationThatLeavesARootTaskEndsTheProgramToo) {
         handle.cancel();
         clock.runTurns();
       },
-      "a task failed: The operation was cancelled\\.");
+      "a task failed: The operation was cancelled\\.\n");
 }
 
 TEST_F(ExecutorDeathTest, AnExceptionOfAnUnknownKindEndsTheProgramToo) {
@@ -357,7 +357,7 @@ TEST_F(ExecutorDeathTest, AnExceptionOfAnUnknownKindEndsTheProgramToo) {
         }());
         clock.runTurns();
       },
-      "a task failed with an unknown exception");
+      "a task failed with an unknown exception\n");
 }
 
 }  // namespace

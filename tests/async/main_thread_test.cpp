@@ -24,7 +24,7 @@ TEST(MainThreadTest, TheThreadThatMadeItIsTheMainThreadWhicheverThatIs) {
 TEST(MainThreadDeathTest, ACallOnAnotherThreadEndsTheProgramAndNamesTheEntryPoint) {
   const MainThread mainThread;
   EXPECT_DEATH(std::thread([&] { mainThread.check("toggleHelper"); }).join(),
-               "fatal error: toggleHelper was called off the main thread");
+               "fatal error: toggleHelper was called off the main thread\n");
 }
 
 }  // namespace

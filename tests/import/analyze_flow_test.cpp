@@ -61,6 +61,16 @@ TEST(AnalysisBodyTable, BrowserLoginIsAbsentForAnonymousAccess) {
   EXPECT_EQ(probedBody(link, 0), probeBody(link));
 }
 
+TEST(AnalysisBodyTable, BrowserLoginIsAbsentWhereNothingIsChosen) {
+  ImportWorld world;
+  world.beReady();
+  world.form().urlField.userEdited(link);
+  world.form().browserPopup.setItems({});
+  world.acceptProbe();
+  world.clickAnalyze();
+  EXPECT_EQ(world.http.requests("POST", "/probe").at(0).body, probeBody(link));
+}
+
 TEST(AnalysisBodyTable, BrowserLoginIsChromeAtIndexOne) {
   EXPECT_EQ(probedBody(link, 1), probeBody(link, R"(,"browserLogin":"chrome")"));
 }
@@ -665,7 +675,8 @@ TEST(AnalyzeDeathTest, ShowingADurationThatIsNoNumberOfSecondsEndsTheProgram) {
   world.form().urlField.userEdited(link);
   world.acceptProbe();
   world.answerPoll("probe-1", "completed", R"("duration":1e300)");
-  EXPECT_DEATH(world.clickAnalyze(), "fatal error: .*duration");
+  EXPECT_DEATH(world.clickAnalyze(),
+               "fatal error: a media duration does not fit a whole number of seconds\n");
 }
 
 }  // namespace

@@ -661,7 +661,7 @@ TEST(DownloadDeathTest, AModePopUpWithoutASelectionEndsTheProgram) {
         world.controller->startDownload();
         world.settle();
       },
-      "fatal error: .*mode");
+      "fatal error: the output mode pop-up has no mode selected\n");
 }
 
 TEST(DownloadDeathTest, AModeIndexBeyondTheThreeEndsTheProgram) {
@@ -673,7 +673,7 @@ TEST(DownloadDeathTest, AModeIndexBeyondTheThreeEndsTheProgram) {
         world.controller->startDownload();
         world.settle();
       },
-      "fatal error: .*mode");
+      "fatal error: the output mode pop-up has no mode selected\n");
 }
 
 // ---- Cancelling.

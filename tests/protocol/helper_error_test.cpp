@@ -38,6 +38,11 @@ INSTANTIATE_TEST_SUITE_P(
         {"code5", HelperErrorCode::processorError, 5, "The local processor returned an error."}}),
     [](const ::testing::TestParamInfo<ErrorRow>& row) { return row.param.name; });
 
+TEST(HelperErrorDeathTest, ACodeThatIsNoneEndsTheProgram) {
+  EXPECT_DEATH(HelperError(static_cast<HelperErrorCode>(6)),
+               "fatal error: a helper error has no such code\n");
+}
+
 TEST(HelperErrors, BelongToOneDomain) { EXPECT_EQ(HelperError::domain, "ZUNTO"); }
 
 TEST(HelperErrors, CarryTheProcessorsOwnSentence) {
