@@ -1,5 +1,6 @@
 #include "import/media_texts.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -45,8 +46,8 @@ std::string cutAtCharacter(const std::string& text, std::size_t bytes) {
 
 std::string shortened(const std::string& name) {
   if (name.size() <= longestFileName) return name;
-  const std::size_t dot = name.rfind('.');
-  const bool hasExtension = dot != std::string::npos && dot > 0 && name.size() - dot <= longestExtension;
+  const std::size_t dot = std::min(name.rfind('.'), name.size());
+  const bool hasExtension = name.size() - dot <= longestExtension;
   const std::string extension = hasExtension ? name.substr(dot) : std::string();
   return cutAtCharacter(name, longestFileName - extension.size()) + extension;
 }

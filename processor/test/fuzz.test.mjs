@@ -58,14 +58,17 @@ const answer = {
   live_status: 'not_live',
   formats: [format, { ...format, vcodec: 'none' }, { ...format, acodec: 'none', height: 1080, ext: 'webm' }],
   subtitles: { en: [{ ext: 'vtt', url: 'https://media.example/en.vtt', name: 'English' }] },
-  automatic_captions: { 'de-orig': [{ ext: 'srt', data: '1' }], de: [{ ext: 'ttml', url: 'https://media.example/de' }] },
+  automatic_captions: {
+    'de-orig': [{ ext: 'srt', data: '1' }],
+    de: [{ ext: 'ttml', url: 'https://media.example/de' }],
+  },
   entries: [{ _type: 'playlist', playlist_count: 1, entries: [] }],
 };
 
 const odd = [
-  null, true, false, 0, -0, -1, 1e300, -1e300, 1.5, Number.MAX_SAFE_INTEGER + 2, '', ' ', '0', 'none', 'NaN', '__proto__',
-  'constructor', 'a\u0000b', '\ud800', '\u202e', 'é', '中'.repeat(200), '../../etc/passwd', '--exec', 'https://', 'http://x/',
-  'https://[::1]/', 'https://a:b@c/?#__youtubedl_smuggle=1', 'file:///etc/passwd', [], {}, [null], [[[[]]]], { length: -1 },
+  null, true, false, 0, -0, -1, 1e300, -1e300, 1.5, Number.MAX_SAFE_INTEGER + 2, [], {}, [null], [[[[]]]], { length: -1 },
+  '', ' ', '0', 'none', 'NaN', '__proto__', 'constructor', 'a\u0000b', '\ud800', '\u202e', 'é', '中'.repeat(200), '--exec',
+  'https://', 'http://x/', 'https://[::1]/', 'https://a:b@c/?#__youtubedl_smuggle=1', 'file:///etc/passwd', '../../x',
   'playlist', 'url', 'm3u8', 'mhtml', 'is_live', 'is_upcoming', 'video', 'audio', 'subtitle', 'vtt', 'safari',
 ];
 
@@ -92,7 +95,8 @@ function bent(below, value) {
   if (typeof value === 'object' && value !== null) {
     const entries = Object.entries(value).filter(() => below(10) > 0);
     if (below(8) === 0) entries.push([String(pick(below, odd)), pick(below, odd)]);
-    return Object.fromEntries(entries.map(([key, item]) => [below(40) ? key : bentText(below, key), bent(below, item)]));
+    const bentEntry = ([key, item]) => [below(40) ? key : bentText(below, key), bent(below, item)];
+    return Object.fromEntries(entries.map(bentEntry));
   }
   if (typeof value === 'number') return below(4) ? value : value * pick(below, [-1, 0, 0.1, 1e9, 1e300]);
   return typeof value === 'string' && below(3) === 0 ? bentText(below, value) : value;

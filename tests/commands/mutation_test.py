@@ -52,7 +52,8 @@ class Planting(unittest.TestCase):
                          {"the return is left out"})
 
     def test_what_is_no_code_and_what_only_declares_is_left_alone(self):
-        for code in ('#include "a.h"  // 1 < 2\n', "/* return true; */\n", "class A {\n  void f();\n  A() = default;\n};\n",
+        for code in ('#include "a.h"  // 1 < 2\n', "/* return true; */\n",
+                     "class A {\n  void f();\n  A() = default;\n};\n",
                      "virtual void f() const = 0;\n", "template <class T>\nvoid f(T&& a, Task<T> b);\n",
                      'static_assert(a, "why");\n', "void f() { std::vector<int> a; auto b = a; using std::ref; }\n"):
             with self.subTest(code):
@@ -96,12 +97,13 @@ class Judging(unittest.TestCase):
 
     def test_a_survivor_fails_the_run_and_is_named(self):
         text, status = self.judged(mutate.SURVIVED, mutate.BY_TESTS)
-        self.assertIn("survived: app/launcher.cpp:2: the statement is left out\n    g();\n2 faults: 1 caught by tests", text)
+        self.assertIn("survived: app/launcher.cpp:2: the statement is left out\n    g();\n", text)
+        self.assertIn("\n2 faults: 1 caught by tests, 0 caught by the simulation, ", text)
         self.assertEqual(status, 1)
 
     def test_a_survivor_that_is_listed_does_not(self):
         text, status = self.judged(mutate.SURVIVED, mutate.BY_SIMULATION, listed=self.listed("g();"))
-        self.assertIn("0 caught by tests, 1 by the simulation, 1 equivalent, as listed, 0 survived", text)
+        self.assertIn("0 caught by tests, 1 caught by the simulation, 1 equivalent, as listed, 0 survived", text)
         self.assertEqual(status, 0)
 
     def test_one_that_is_listed_and_caught_fails_the_run(self):

@@ -441,6 +441,13 @@ TEST(AnalyzeFlow, NeitherJudgesNorShowsTheAnswerOfTheProbeItself) {
   }
 }
 
+TEST(AnalyzeFlow, WithoutAChosenOutputDownloadNeedsAQualityAsForVideo) {
+  ImportWorld world;
+  world.form().modePopup.setItems({});
+  world.analyzed(R"("duration":1)");
+  EXPECT_FALSE(world.form().startButton.isEnabled());
+}
+
 TEST(AnalyzeFlow, KeepsTheJobOfTheLastPollWithItsOwnIdentifier) {
   ImportWorld world;
   world.analyzed();

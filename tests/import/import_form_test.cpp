@@ -299,6 +299,7 @@ std::vector<CheckedRow> layoutRows() {
          expectSecondary(world.form().statusLabel);
          EXPECT_EQ(world.form().statusLabel.style().maximumLines, 2);
          EXPECT_TRUE(world.form().statusLabel.style().wraps);
+         EXPECT_TRUE(world.form().statusLabel.style().announces);
        }},
       {"row12Buttons",
        [](ImportWorld& world) {

@@ -132,6 +132,7 @@ TEST(SuggestedFileNames, AreTheLastPathComponent) {
 TEST(SuggestedFileNames, HoldNoControlCharacters) {
   EXPECT_EQ(suggestedFileName(std::string("a\0b\nc\x1b[31m\x7f.mp4", 15)), "abc[31m.mp4");
   EXPECT_EQ(suggestedFileName("a\u0080b\u009Fc\u00A0d.mp4"), "abc\u00A0d.mp4");
+  EXPECT_EQ(suggestedFileName("\u0085a.mp4\u0085"), "a.mp4");
 }
 
 TEST(SuggestedFileNames, AreCutToTwoHundredAndFiftyFiveBytesWithTheirExtension) {
@@ -150,6 +151,10 @@ TEST(SuggestedFileNames, AreCutBetweenCharacters) {
   std::string faces = "a";
   for (int i = 0; i < 100; ++i) faces += "\U0001F600";
   EXPECT_EQ(suggestedFileName(faces), faces.substr(0, 1 + std::size_t{4} * 63));
+}
+
+TEST(SuggestedFileNames, AreTheFixedOneWhenThereIsNoCharacterToCutBehind) {
+  EXPECT_EQ(suggestedFileName(std::string(300, '\x80')), "ZUNTO-download");
 }
 
 TEST(SuggestedFileNames, KeepAnExtensionOfUpToThirtyTwoBytesWithItsDot) {

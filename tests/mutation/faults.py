@@ -273,6 +273,8 @@ class _Statements:
         token = self._tokens[at]
         if token == ";" or token.text in _NO_DEED:
             return False
+        if token == "break" and self._tokens[at + 2] == "}":
+            return False  # the last of its switch
         if token.text in _ENDING:
             return chosen
         return not self._declares(at)
