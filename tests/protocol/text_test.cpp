@@ -40,7 +40,8 @@ TEST(TrimmedText, OfWhiteSpaceAloneIsEmpty) {
 }
 
 TEST(TrimmedText, KeepsOtherCharactersAndStrayBytes) {
-  EXPECT_EQ(trimmed("\x08\x0E!"), "\x08\x0E!");
+  EXPECT_EQ(trimmed("\x08!\x08"), "\x08!\x08");
+  EXPECT_EQ(trimmed("\x0E!\x0E"), "\x0E!\x0E");
   EXPECT_EQ(trimmed(std::string_view("\u00A0").substr(0, 1)), "\xC2");
   EXPECT_EQ(trimmed(" …é "), "…é");
   EXPECT_EQ(trimmed("\u200C\u200Da\u2060"), "\u200C\u200Da\u2060");
