@@ -133,6 +133,7 @@ TEST(SuggestedFileNames, HoldNoControlCharacters) {
   EXPECT_EQ(suggestedFileName(std::string("a\0b\nc\x1b[31m\x7f.mp4", 15)), "abc[31m.mp4");
   EXPECT_EQ(suggestedFileName("a\u0080b\u009Fc\u00A0d.mp4"), "abc\u00A0d.mp4");
   EXPECT_EQ(suggestedFileName("\u0085a.mp4\u0085"), "a.mp4");
+  EXPECT_EQ(suggestedFileName("a\xC2"), "a\xC2");
 }
 
 TEST(SuggestedFileNames, AreCutToTwoHundredAndFiftyFiveBytesWithTheirExtension) {

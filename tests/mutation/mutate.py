@@ -50,6 +50,7 @@ CPU_SECONDS, CLOCK_SECONDS, MEMORY = 60, 600, 4 << 30
 
 BY_TESTS, BY_SIMULATION = "caught by tests", "caught by the simulation"
 SURVIVED, NOT_COMPILING, EQUIVALENT_AS_LISTED = "survived", "not compiling", "equivalent, as listed"
+NOT_PLANTED = "not planted"
 
 
 def main():
@@ -298,7 +299,7 @@ def _counts(planned, verdicts, excuses):
         verdict, reason = verdicts.of(file, fault), excuses.of(file, fault)
         complaint = None
         if verdict is None:
-            complaint = "not planted"
+            complaint = verdict = NOT_PLANTED
         elif reason is not None:
             complaint = f"{verdict}, although listed as equivalent" if verdict != SURVIVED else None
             verdict = EQUIVALENT_AS_LISTED if verdict == SURVIVED else verdict
@@ -317,7 +318,7 @@ def summary(planned, verdicts, excuses):
     judged = (BY_TESTS, BY_SIMULATION, EQUIVALENT_AS_LISTED, SURVIVED)
     last = (f"{sum(total[verdict] for verdict in judged)} faults: "
             f"{', '.join(f'{total[verdict]} {verdict}' for verdict in judged)}; "
-            f"{total[NOT_COMPILING]} more did not compile")
+            f"{total[NOT_COMPILING]} more did not compile, {total[NOT_PLANTED]} were not planted")
     return "\n".join([*complaints, last]), 1 if complaints else 0
 
 
@@ -330,7 +331,9 @@ def report(planned, verdicts, excuses):
     for file, count in counts.items():
         lines.append(_row(f"`{file.relative_to(ROOT)}`", count))
         total += count
-    lines += [_row("all", total), "", f"{total[NOT_COMPILING]} more did not compile.", "", "## Equivalent faults", ""]
+    lines += [_row("all", total), "",
+              f"{total[NOT_COMPILING]} more did not compile, {total[NOT_PLANTED]} were not planted.",
+              "", "## Equivalent faults", ""]
     by_reason = collections.defaultdict(list)
     for file, fault in planned:
         if excuses.of(file, fault) is not None:
