@@ -1,6 +1,7 @@
 // Links of the program's own scheme, zunto-helper:?url=<media link>. The handler only routes; the window's
 // flows judge the media link when the user presses Analyze.
 #include <optional>
+#include <string>
 
 #include "app/helper_delegate.h"
 #include "protocol/url.h"
@@ -18,8 +19,8 @@ std::optional<Url> mediaLinkIn(const Url& link) {
 
 void HelperDelegate::handleURLWithEvent(const UrlEvent& event) {
   mainThread_.check("handleURLWithEvent");
-  if (!event.directObject || !event.directObject->stringValue) return;
-  const std::optional<Url> link = Url::parse(*event.directObject->stringValue);
+  const UrlEventObject object = event.directObject.value_or(UrlEventObject());
+  const std::optional<Url> link = Url::parse(object.stringValue.value_or(std::string()));
   if (!link || link->scheme() != "zunto-helper") return;
   const std::optional<Url> mediaLink = mediaLinkIn(*link);
   if (downloaderWindow) downloaderWindow->present(mediaLink);
