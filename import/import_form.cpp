@@ -20,7 +20,7 @@ constexpr LabelStyle titleStyle{.font = {.size = 17, .weight = FontWeight::semib
 constexpr LabelStyle secondaryStyle{.color = TextColor::secondary};
 constexpr LabelStyle twoLinesStyle{.color = TextColor::secondary, .wraps = true, .maximumLines = 2};
 constexpr LabelStyle statusStyle{
-    .color = TextColor::secondary, .wraps = true, .maximumLines = 2, .announces = true};
+    .color = TextColor::secondary, .wraps = true, .maximumLines = 2, .keepsRoom = true, .announces = true};
 
 /// Controls side by side, vertically centred.
 Element row(std::vector<StackItem> controls) {

@@ -1,6 +1,7 @@
 #import "platform/appkit/views.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -104,6 +105,7 @@ class LabelBinding final : public ViewBinding {
                                               forOrientation:horizontal];
     }
     if (!style.wraps) hugContent(native_.get());
+    if (style.keepsRoom) keepRoom();
     mirror();
     subscription_ = model.observe([this] { mirror(); });
   }
@@ -119,6 +121,13 @@ class LabelBinding final : public ViewBinding {
     const bool isNews = toUtf8([native_.get() stringValue]) != model_.text();
     mirrorText(model_.text(), native_.get());
     if (isNews && model_.style().announces) announce();
+  }
+
+  void keepRoom() const {
+    NSFont* font = nativeFont(model_.style().font);
+    const CGFloat line = std::ceil([font ascender] - [font descender] + [font leading]);
+    [[[native_.get() heightAnchor] constraintEqualToConstant:line * model_.style().maximumLines]
+        setActive:YES];
   }
 
   void mirrorStyle() const {

@@ -56,6 +56,7 @@ struct LabelStyle {
   TextColor color = TextColor::primary;
   bool wraps = false;          ///< else one line
   int maximumLines = 1;        ///< when it wraps; what does not fit ends in an ellipsis
+  bool keepsRoom = false;      ///< for all of its lines, so that what stands below stays where it is
   bool truncatesTail = false;  ///< a line that does not fit ends in an ellipsis
   bool announces = false;      ///< screen readers speak every new text without being asked
 };

@@ -21,6 +21,7 @@
 #include <utility>
 
 #include "platform/qt/qt_pop_up.h"
+#include "platform/qt/qt_progress_bar.h"
 #include "platform/qt/qt_single_instance.h"
 #include "platform/qt/qt_status_icon.h"
 #include "platform/qt/qt_text_label.h"
@@ -172,6 +173,7 @@ QtApplication::QtApplication(int argc, char** argv) : argc_(argc), argv_(argv) {
   QGuiApplication::setWindowIcon(makeStatusIcon(StatusMark::none));
   nameQtPopUpsForScreenReaders();
   announceQtTextLabels();
+  countQtProgressBarsInPercent();
 }
 
 QtApplication::~QtApplication() = default;

@@ -40,10 +40,11 @@ struct DisabledText {
   double leastContrast;
 };
 
-/// What a disabled field holds is still read, and so is a line of a menu that only says something.
+/// What a disabled field holds is still read, and so is a line of a menu that only says something. Of a
+/// button's contrast some is lost to the style, which shades the ground.
 constexpr std::array<DisabledText, 3> disabledTexts{{{QPalette::Text, QPalette::Base, readable},
                                                      {QPalette::WindowText, QPalette::Window, discernible},
-                                                     {QPalette::ButtonText, QPalette::Button, discernible}}};
+                                                     {QPalette::ButtonText, QPalette::Button, readable}}};
 
 }  // namespace
 
@@ -59,8 +60,15 @@ bool isDark(const QPalette& palette) {
 
 bool isHighContrast(const QPalette& palette) {
   constexpr double nearlyBlackAndWhite = 20;
-  return contrast(palette.color(QPalette::WindowText), palette.color(QPalette::Window)) >=
-         nearlyBlackAndWhite;
+  return contrast(palette.color(QPalette::Active, QPalette::WindowText),
+                  palette.color(QPalette::Active, QPalette::Window)) >= nearlyBlackAndWhite;
+}
+
+void drawStrongEdge(QPainter& painter, const QRect& edge, const QPalette& palette) {
+  if (!isHighContrast(palette)) return;
+  painter.setPen(palette.color(QPalette::WindowText));
+  painter.setBrush(Qt::NoBrush);
+  painter.drawRect(edge.adjusted(0, 0, -1, -1));
 }
 
 QColor secondaryTextColor(const QPalette& palette, QPalette::ColorRole text, QPalette::ColorRole ground) {

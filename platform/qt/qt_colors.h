@@ -1,8 +1,10 @@
-// Text colours that stay readable, whatever palette the desktop has. Plain functions; any thread.
+// Colours that can be told apart, whatever palette the desktop has. Plain functions; any thread.
 #pragma once
 
 #include <QColor>
+#include <QPainter>
 #include <QPalette>
+#include <QRect>
 
 namespace zunto {
 
@@ -14,6 +16,10 @@ namespace zunto {
 
 /// Whether text is about as strong as it can be: nobody gets such a palette without having asked for it.
 [[nodiscard]] bool isHighContrast(const QPalette& palette);
+
+/// Where contrast is high, draws the edge of a control in the colour of its text: the edges of many styles
+/// are shades of the ground, and on black there are none.
+void drawStrongEdge(QPainter& painter, const QRect& edge, const QPalette& palette);
 
 /// The text's colour, toned down as far as it stays readable on its ground, and not at all where contrast is
 /// high.

@@ -5,14 +5,15 @@
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QPainter>
-#include <QProgressBar>
 #include <QPushButton>
-#include <cmath>
+#include <QStyleOptionButton>
+#include <QStylePainter>
 #include <memory>
 #include <utility>
 
 #include "platform/qt/qt_colors.h"
 #include "platform/qt/qt_pop_up.h"
+#include "platform/qt/qt_progress_bar.h"
 #include "platform/qt/qt_steady_focus.h"
 #include "platform/qt/qt_text.h"
 #include "platform/qt/qt_text_label.h"
@@ -68,6 +69,12 @@ class FieldWidget final : public QtSteadyFocus<QLineEdit> {
     if (event->type() == QEvent::PaletteChange) colorPlaceholder();
   }
 
+  void paintEvent(QPaintEvent* event) override {
+    QtSteadyFocus::paintEvent(event);
+    QPainter painter(this);
+    if (!hasFocus()) drawStrongEdge(painter, rect(), palette());
+  }
+
  private:
   /// Not every palette has a colour for it that can be read.
   void colorPlaceholder() {
@@ -90,9 +97,31 @@ class FieldWidget final : public QtSteadyFocus<QLineEdit> {
   bool isMirroring_ = false;
 };
 
-class CheckWidget final : public QtSteadyFocus<QCheckBox> {
+/// A button whose title runs in its own direction, whatever that of the layout is.
+template <class Native, QStyle::ControlElement element>
+class TitledButton : public QtSteadyFocus<Native> {
  public:
-  CheckWidget(CheckBox& model, QWidget* parent) : QtSteadyFocus(parent), model_(model) {
+  using QtSteadyFocus<Native>::QtSteadyFocus;
+
+ protected:
+  void paintEvent(QPaintEvent*) override {
+    QStylePainter painter(this);
+    QStyleOptionButton option;
+    this->initStyleOption(&option);
+    painter.setLayoutDirection(directionOf(option.text));
+    painter.drawControl(element, option);
+    if (element == QStyle::CE_CheckBox) {
+      const QRect box = this->style()->subElementRect(QStyle::SE_CheckBoxIndicator, &option, this);
+      drawStrongEdge(painter, box, this->palette());
+    } else if (!this->hasFocus()) {
+      drawStrongEdge(painter, this->rect(), this->palette());
+    }
+  }
+};
+
+class CheckWidget final : public TitledButton<QCheckBox, QStyle::CE_CheckBox> {
+ public:
+  CheckWidget(CheckBox& model, QWidget* parent) : TitledButton(parent), model_(model) {
     setText(withoutMnemonic(model.title()));
     setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Fixed);
     // Screen readers toggle past nextCheckState().
@@ -117,9 +146,9 @@ class CheckWidget final : public QtSteadyFocus<QCheckBox> {
   CheckBox& model_;
 };
 
-class ButtonWidget final : public QtSteadyFocus<QPushButton> {
+class ButtonWidget final : public TitledButton<QPushButton, QStyle::CE_PushButton> {
  public:
-  ButtonWidget(PushButton& model, QWidget* parent) : QtSteadyFocus(parent), model_(model) {
+  ButtonWidget(PushButton& model, QWidget* parent) : TitledButton(parent), model_(model) {
     setText(withoutMnemonic(model.title()));
     setAutoDefault(false);
     setDefault(model.keyEquivalent() == KeyEquivalent::returnKey);
@@ -146,29 +175,6 @@ class ButtonWidget final : public QtSteadyFocus<QPushButton> {
 
  private:
   const PushButton& model_;
-};
-
-class BarWidget final : public QProgressBar {
- public:
-  BarWidget(ProgressBar& model, QWidget* parent) : QProgressBar(parent), model_(model) {
-    setRange(static_cast<int>(ProgressBar::minimum) * stepsPerPercent,
-             static_cast<int>(ProgressBar::maximum) * stepsPerPercent);
-    setTextVisible(false);
-    setAccessibleName(toQString(model.accessibleName()));
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-  }
-
-  /// Without a text in it a bar is as high as one.
-  [[nodiscard]] QSize sizeHint() const override {
-    return {QProgressBar::sizeHint().width(), fontMetrics().height()};
-  }
-  [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
-
-  void mirrorValue() { setValue(static_cast<int>(std::lround(model_.value() * stepsPerPercent))); }
-
- private:
-  static constexpr int stepsPerPercent = 10;
-  const ProgressBar& model_;
 };
 
 /// A frame's line is bright on some dark palettes.
@@ -256,7 +262,7 @@ QWidget& QtControlMaker::make(PopUpButton& model) {
 }
 
 QWidget& QtControlMaker::make(ProgressBar& model) {
-  return bind(std::make_unique<BarWidget>(model, &parent_), model, focus_, &BarWidget::mirrorValue);
+  return bind(std::make_unique<QtProgressBar>(model, &parent_), model, focus_, &QtProgressBar::mirrorValue);
 }
 
 QWidget& QtControlMaker::make(const Separator&) { return *std::make_unique<LineWidget>(&parent_).release(); }

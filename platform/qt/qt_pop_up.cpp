@@ -16,6 +16,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/qt/qt_colors.h"
 #include "platform/qt/qt_text.h"
 
 namespace zunto {
@@ -112,12 +113,18 @@ class QtPopUp::TitleList final : public QAbstractListModel {
     return parent.isValid() ? 0 : static_cast<int>(titles_.size());
   }
   [[nodiscard]] QVariant data(const QModelIndex& index, int role) const override {
-    if (role != Qt::DisplayRole && role != Qt::EditRole) return {};
-    return toQString(titles_.at(static_cast<std::size_t>(index.row())));
+    const bool isToolTip = role == Qt::ToolTipRole && areCut_;
+    if (role != Qt::DisplayRole && role != Qt::EditRole && !isToolTip) return {};
+    const QString title = toQString(titles_.at(static_cast<std::size_t>(index.row())));
+    return isToolTip ? asToolTip(title) : title;
   }
+
+  /// Whether the open list is too narrow for some of them.
+  void setCut(bool areCut) { areCut_ = areCut; }
 
  private:
   std::vector<std::string> titles_;
+  bool areCut_ = false;
   std::optional<int> onlyChoice_;
 };
 
@@ -169,9 +176,21 @@ int QtPopUp::widestTitle() const {
   return widest;
 }
 
-QSize QtPopUp::sizeForText(int width) const {
+void QtPopUp::initStyleOption(QStyleOptionComboBox* option) const {
+  QtSteadyFocus::initStyleOption(option);
+  // Else some styles open a menu, as high and as wide as the screen, whose titles end without an ellipsis.
+  option->editable = true;
+}
+
+QStyleOptionComboBox QtPopUp::look() const {
   QStyleOptionComboBox option;
   initStyleOption(&option);
+  option.editable = false;
+  return option;
+}
+
+QSize QtPopUp::sizeForText(int width) const {
+  const QStyleOptionComboBox option = look();
   constexpr int leastHeight = 14;
   constexpr int spareHeight = 2;
   const QSize text(width, std::max(fontMetrics().height(), leastHeight) + spareHeight);
@@ -200,22 +219,37 @@ void QtPopUp::showPopup() {
   }
   const int wanted = widestItem + 2 * view()->frameWidth() +
                      style()->pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, view());
-  view()->setMinimumWidth(std::min(wanted, screenWidth * 2 / 3));
+  const int widest = screenWidth * 2 / 3;
+  view()->setMinimumWidth(std::min(wanted, widest));
+  list_->setCut(wanted > widest);
   QComboBox::showPopup();
   // The one size of all items is as wide as the list was when it was taken, and only now is the list in
   // place.
   view()->doItemsLayout();
 }
 
-void QtPopUp::paintEvent(QPaintEvent*) {
-  QStylePainter painter(this);
-  QStyleOptionComboBox option;
-  initStyleOption(&option);
-  painter.drawComplexControl(QStyle::CC_ComboBox, option);
+QString QtPopUp::shownTitle() const {
+  const QStyleOptionComboBox option = look();
   const QRect field =
       style()->subControlRect(QStyle::CC_ComboBox, &option, QStyle::SC_ComboBoxEditField, this);
-  option.currentText = fontMetrics().elidedText(option.currentText, Qt::ElideRight, field.width());
+  return fontMetrics().elidedText(currentText(), Qt::ElideRight, field.width());
+}
+
+void QtPopUp::paintEvent(QPaintEvent*) {
+  QStylePainter painter(this);
+  QStyleOptionComboBox option = look();
+  painter.drawComplexControl(QStyle::CC_ComboBox, option);
+  option.currentText = shownTitle();
+  painter.setLayoutDirection(directionOf(currentText()));
   painter.drawControl(QStyle::CE_ComboBoxLabel, option);
+  if (!hasFocus()) drawStrongEdge(painter, rect(), palette());
+}
+
+bool QtPopUp::event(QEvent* event) {
+  if (event->type() == QEvent::ToolTip) {
+    setToolTip(shownTitle() == currentText() ? QString() : asToolTip(currentText()));
+  }
+  return QtSteadyFocus::event(event);
 }
 
 void QtPopUp::keyPressEvent(QKeyEvent* event) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QComboBox>
+#include <QStyleOptionComboBox>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -28,7 +29,12 @@ class QtPopUp final : public QtSteadyFocus<QComboBox> {
 
   void showPopup() override;
 
+  /// The selected title as far as it fits; the whole one is the tool tip then.
+  [[nodiscard]] QString shownTitle() const;
+
  protected:
+  bool event(QEvent* event) override;
+  void initStyleOption(QStyleOptionComboBox* option) const override;
   void paintEvent(QPaintEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
   void wheelEvent(QWheelEvent* event) override;
@@ -38,6 +44,8 @@ class QtPopUp final : public QtSteadyFocus<QComboBox> {
 
   [[nodiscard]] int selectedRow() const;
   void fillList();
+  /// How the closed list is drawn.
+  [[nodiscard]] QStyleOptionComboBox look() const;
   [[nodiscard]] QSize sizeForText(int width) const;
   [[nodiscard]] int widthForCharacters(int count) const;
   [[nodiscard]] int widestTitle() const;

@@ -4,7 +4,6 @@
 #include <QAccessibleWidget>
 #include <QApplication>
 #include <QEvent>
-#include <QFontInfo>
 #include <QFontMetrics>
 #include <QPainter>
 #include <QStyle>
@@ -20,9 +19,6 @@
 namespace zunto {
 
 namespace {
-
-/// The size of the system font that the models' font sizes were chosen beside.
-constexpr double referenceFontSize = 13;
 
 /// How wide a wrapping label wants to be at most; a window makes it wider or narrower.
 constexpr int wrappingWidthInCharacters = 60;
@@ -44,10 +40,7 @@ QFont::Weight nativeWeight(FontWeight weight) {
 QFont nativeFont(const Font& font, const QWidget& widget) {
   QFont result = QApplication::font(&widget);
   if (font.weight != FontWeight::regular) result.setWeight(nativeWeight(font.weight));
-  if (font.size) {
-    const double scale = std::max(1.0, QFontInfo(result).pixelSize() / referenceFontSize);
-    result.setPixelSize(static_cast<int>(std::lround(*font.size * scale)));
-  }
+  if (font.size) result.setPixelSize(static_cast<int>(std::lround(*font.size * scaleOf(result))));
   return result;
 }
 
@@ -57,11 +50,6 @@ QString readable(const QString& text) {
   if (text.size() <= longest) return text;
   const qsizetype end = text.at(longest - 1).isHighSurrogate() ? longest - 1 : longest;
   return text.left(end) + QChar(0x2026);
-}
-
-/// Tool tips guess whether they are given markup; a title from elsewhere must stay a text.
-QString asToolTip(const QString& text) {
-  return QLatin1String("<qt>") + text.toHtmlEscaped() + QLatin1String("</qt>");
 }
 
 class AnnouncementAccessible final : public QAccessibleWidget {
@@ -127,8 +115,8 @@ void QtTextLabel::announce() {
 
 int QtTextLabel::heightForWidth(int width) const {
   if (!style_.wraps) return -1;
-  const auto lines = static_cast<int>(std::max<qsizetype>(1, breakLines(width).size()));
-  return lines * fontMetrics().lineSpacing();
+  const int lines = style_.keepsRoom ? maximumLines() : static_cast<int>(breakLines(width).size());
+  return std::max(1, lines) * fontMetrics().lineSpacing();
 }
 
 QSize QtTextLabel::sizeHint() const {
@@ -193,7 +181,7 @@ void QtTextLabel::paintEvent(QPaintEvent*) {
   QRect line(area.left(), area.top(), area.width(), lineHeight);
   const Qt::Alignment leading = QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft);
   // The layout says where a text stands, the text itself in which direction it runs.
-  painter.setLayoutDirection(text().isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
+  painter.setLayoutDirection(directionOf(text()));
   const int flags = static_cast<int>(leading | Qt::AlignAbsolute | Qt::AlignVCenter) | Qt::TextSingleLine;
   for (const QString& text : breakLines(area.width())) {
     painter.drawText(line, flags, text);

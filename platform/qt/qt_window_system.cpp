@@ -15,6 +15,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollArea>
+#include <QScrollBar>
 #include <QTimer>
 #include <QWidget>
 #include <algorithm>
@@ -188,8 +189,9 @@ class NativeWindow final : public QWidget {
     layout->addWidget(content.release());
     setLayout(layout.release());
     updateMinimumSize();
-    const QSize wanted = nativeSize(model.spec().contentSize);
-    resize(wanted.expandedTo(content_->needed(wanted.width())).boundedTo(usableArea().size()));
+    QSize wanted = nativeSize(model.spec().contentSize);
+    wanted.rwidth() = static_cast<int>(std::lround(wanted.width() * scaleOf(font())));
+    resize(onScreen(wanted.expandedTo(content_->needed(wanted.width()))));
     statusMenu_.emplace(statusMenu, *this, [this](int change) { growBy(change); });
     if (model.spec().dropField != nullptr) {
       setAcceptDrops(true);
@@ -323,7 +325,7 @@ class NativeWindow final : public QWidget {
   /// small for the whole content gets a part of it.
   void updateMinimumSize() {
     if (layout() == nullptr) return;
-    const QSize needed = minimumToAskFor().boundedTo(usableArea().size());
+    const QSize needed = onScreen(minimumToAskFor());
     if (needed != minimumSize()) setMinimumSize(needed);
   }
 
@@ -336,6 +338,14 @@ class NativeWindow final : public QWidget {
     const QWidget* bar = layout()->menuBar();
     if (bar != nullptr && !bar->isHidden()) needed.rheight() += bar->sizeHint().height();
     return needed;
+  }
+
+  /// As much of it as the screen has room for. What is left of the height is scrolled, by a bar beside it.
+  [[nodiscard]] QSize onScreen(QSize wanted) const {
+    const QSize usable = usableArea().size();
+    if (wanted.height() > usable.height())
+      wanted.rwidth() += content_->verticalScrollBar()->sizeHint().width();
+    return wanted.boundedTo(usable);
   }
 
   Window& model_;

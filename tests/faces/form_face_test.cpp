@@ -37,6 +37,14 @@ TEST_F(FormFace, KeepsTheLinkWhenThePasteboardHoldsNoText) {
   EXPECT_EQ(control("Media link").text, "https://media.example/kept");
 }
 
+TEST_F(FormFace, KeepsItsButtonsInPlaceUnderALongerStatus) {
+  const double before = control("Download…").y;
+  analysisGives(R"({"jobId":"p","status":"failed","error":{"message":")" + std::string(300, 'w') + R"("}})");
+  analyze();
+
+  EXPECT_EQ(control("Download…").y, before);
+}
+
 TEST_F(FormFace, TakesWhatIsTypedAsItStands) {
   type("Media link", " https://media.example/ \xF0\x9F\x8E\xAC");
 

@@ -2,65 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <QDBusArgument>
-#include <QDBusMetaType>
-#include <QDBusVariant>
 #include <QElapsedTimer>
-#include <QMap>
 #include <memory>
 
 #include "platform/qt/qt_colors.h"
-#include "platform/qt/qt_dbus_object.h"
 #include "tests/qt/private_bus.h"
 #include "tests/qt/qt_world.h"
+#include "tests/qt/settings_portal.h"
 
 namespace zunto::testing {
 namespace {
 
-using Settings = QMap<QString, QVariantMap>;
-
-/// The desktop's portal with the settings of a user.
-class Portal {
- public:
-  explicit Portal(QDBusConnection bus)
-      : bus_(bus),
-        object_(bus, QStringLiteral("/org/freedesktop/portal/desktop"),
-                {.interface = QStringLiteral("org.freedesktop.portal.Settings"),
-                 .description = QString(),
-                 .properties = [] { return QVariantMap(); },
-                 .call = [this](const QDBusMessage& call,
-                                const QDBusConnection& from) { return answer(call, from); }}) {
-    qDBusRegisterMetaType<Settings>();
-    bus_.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
-  }
-  Portal(const Portal&) = delete;
-  Portal& operator=(const Portal&) = delete;
-  ~Portal() { bus_.unregisterService(QStringLiteral("org.freedesktop.portal.Desktop")); }
-
-  void set(const char* space, const char* key, const QVariant& value) {
-    settings_[QString::fromLatin1(space)][QString::fromLatin1(key)] = value;
-    object_.emitSignal(
-        QStringLiteral("SettingChanged"),
-        {QString::fromLatin1(space), QString::fromLatin1(key), QVariant::fromValue(QDBusVariant(value))});
-  }
-  void setScheme(uint scheme) { set("org.freedesktop.appearance", "color-scheme", scheme); }
-
- private:
-  bool answer(const QDBusMessage& call, const QDBusConnection& from) {
-    if (call.member() != QLatin1String("ReadAll")) return false;
-    from.send(call.createReply(QVariant::fromValue(settings_)));
-    return true;
-  }
-
-  QDBusConnection bus_;
-  Settings settings_;
-  QtDBusObject object_;
-};
-
 class ColorScheme : public QtTest {
  protected:
-  static constexpr uint preferDark = 1;
-  static constexpr uint preferLight = 2;
+  static constexpr uint preferDark = SettingsPortal::preferDark;
+  static constexpr uint preferLight = SettingsPortal::preferLight;
 
   bool becomesDark(bool dark) {
     return runUntil([dark] { return isDark(QApplication::palette()) == dark; });
@@ -71,7 +27,7 @@ class ColorScheme : public QtTest {
 };
 
 TEST_F(ColorScheme, IsTheOneThatTheDesktopHasAndFollowsIt) {
-  Portal portal(desktop);
+  SettingsPortal portal(desktop);
   portal.setScheme(preferDark);
   const QtColorScheme scheme(bus.connect());
   const QWidget window;
@@ -88,14 +44,14 @@ TEST_F(ColorScheme, IsHeardOfAPortalThatComesLater) {
   const QtColorScheme scheme(bus.connect());
   runTurns();
   EXPECT_FALSE(isDark(QApplication::palette()));
-  Portal portal(desktop);
+  SettingsPortal portal(desktop);
   portal.setScheme(preferDark);
   EXPECT_TRUE(becomesDark(true));
 }
 
 TEST_F(ColorScheme, IsTheThemesWhereTheUserPrefersNone) {
   const QPalette before = QApplication::palette();
-  Portal portal(desktop);
+  SettingsPortal portal(desktop);
   portal.setScheme(preferDark);
   const QtColorScheme scheme(bus.connect());
   ASSERT_TRUE(becomesDark(true));
@@ -105,7 +61,7 @@ TEST_F(ColorScheme, IsTheThemesWhereTheUserPrefersNone) {
 }
 
 TEST_F(ColorScheme, IsOfHighContrastWhereTheUserWantsThat) {
-  Portal portal(desktop);
+  SettingsPortal portal(desktop);
   const QtColorScheme scheme(bus.connect());
   const auto isStrong = [] { return isHighContrast(QApplication::palette()); };
   portal.set("org.gnome.desktop.a11y.interface", "high-contrast", true);
@@ -125,7 +81,7 @@ TEST_F(ColorScheme, LeavesNoDisabledTextTooFaint) {
                     palette.color(QPalette::Disabled, QPalette::Base));
   };
   EXPECT_LT(faintest(), 3);
-  Portal portal(desktop);
+  SettingsPortal portal(desktop);
   const QtColorScheme scheme(bus.connect());
   EXPECT_GE(faintest(), 4.5);
   portal.setScheme(preferDark);

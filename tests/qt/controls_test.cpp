@@ -5,17 +5,21 @@
 #include <QAccessible>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QImage>
 #include <QLineEdit>
-#include <QProgressBar>
 #include <QPushButton>
+#include <QStyle>
+#include <QStyleOptionButton>
 #include <QStyledItemDelegate>
 #include <QWheelEvent>
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/qt/qt_colors.h"
 #include "platform/qt/qt_controls.h"
+#include "platform/qt/qt_progress_bar.h"
 #include "tests/qt/qt_world.h"
 
 namespace zunto::testing {
@@ -131,6 +135,48 @@ TEST_F(QtControls, CheckBoxIsToggledByItsModelAlone) {
   EXPECT_TRUE(box.isChecked());
   box.toggle();
   EXPECT_FALSE(model.isOn());
+}
+
+/// What is drawn in a part of a control, without the ground around it.
+QImage inkIn(QWidget& control, const QRect& part) {
+  const QImage image = control.grab(part).toImage();
+  QRect ink;
+  for (int y = 0; y < image.height(); ++y) {
+    for (int x = 0; x < image.width(); ++x) {
+      if (image.pixel(x, y) != image.pixel(0, 0)) ink |= QRect(x, y, 1, 1);
+    }
+  }
+  return image.copy(ink);
+}
+
+TEST_F(QtControls, TitlesRunInTheirOwnDirectionWhateverTheLayouts) {
+  QFont font = window.font();  // whose letters look the same wherever they stand
+  font.setHintingPreference(QFont::PreferFullHinting);
+  window.setFont(font);
+  CheckBox boxModel("Own it (or use it).", true);
+  PushButton buttonModel("Download (now)…");
+  PopUpButton popUpModel({"Chinese (machine)."});
+  const auto parts = [](QWidget& control) {
+    QStyleOptionButton option;
+    option.initFrom(&control);
+    if (qobject_cast<QCheckBox*>(&control) == nullptr) return control.rect().adjusted(6, 3, -6, -3);
+    return control.style()->subElementRect(QStyle::SE_CheckBoxContents, &option, &control);
+  };
+  for (QWidget* each : {&maker.make(boxModel), &maker.make(buttonModel)}) {
+    each->resize(each->sizeHint());
+    const QImage before = inkIn(*each, parts(*each));
+    QApplication::setLayoutDirection(Qt::RightToLeft);
+    EXPECT_EQ(inkIn(*each, parts(*each)), before) << each->metaObject()->className();
+    QApplication::setLayoutDirection(Qt::LeftToRight);
+  }
+  // The arrow is on the other side, so only the title's place is compared.
+  QWidget& popUp = maker.make(popUpModel);
+  popUp.resize(popUp.sizeHint());
+  constexpr int arrow = 22;
+  const QImage before = inkIn(popUp, popUp.rect().adjusted(3, 4, -arrow, -4));
+  QApplication::setLayoutDirection(Qt::RightToLeft);
+  EXPECT_EQ(inkIn(popUp, popUp.rect().adjusted(arrow, 4, -3, -4)), before);
+  QApplication::setLayoutDirection(Qt::LeftToRight);
 }
 
 TEST_F(QtControls, DisabledCheckBoxStaysAsItIs) {
@@ -262,16 +308,50 @@ TEST_F(QtControls, PopUpSpeaksItsNameAndItsSelection) {
   EXPECT_EQ(spoken->child(0)->childCount(), 2);
 }
 
-TEST_F(QtControls, BarShowsFractionsOfPercents) {
+TEST_F(QtControls, BarIsFilledToFractionsOfPercents) {
+  ProgressBar model;
+  model.setValue(42.5);
+  auto& bar = make<QtProgressBar>(model);
+  EXPECT_EQ(bar.shownPercent(), 42.5);
+  model.setValue(100);
+  EXPECT_EQ(bar.shownPercent(), 100);
+}
+
+TEST_F(QtControls, BarGlidesOnAndJumpsBack) {
+  ProgressBar model;
+  auto& bar = make<QtProgressBar>(model);
+  window.show();
+  model.setValue(40);
+  std::vector<double> shown{bar.shownPercent()};
+  ASSERT_TRUE(runUntil([&] {
+    shown.push_back(bar.shownPercent());
+    return shown.back() == 40;
+  }));
+  EXPECT_LT(shown.front(), 20);
+  EXPECT_TRUE(std::is_sorted(shown.begin(), shown.end()));
+  EXPECT_TRUE(std::any_of(shown.begin(), shown.end(), [](double each) { return each > 0 && each < 40; }));
+  model.setValue(80);
+  model.setValue(0);
+  EXPECT_EQ(bar.shownPercent(), 0);
+  runTurns();
+  EXPECT_EQ(bar.shownPercent(), 0);
+}
+
+TEST_F(QtControls, BarSpeaksPercents) {
   ProgressBar model;
   model.setAccessibleName("Progress");
-  auto& bar = make<QProgressBar>(model);
   model.setValue(42.5);
-  EXPECT_EQ(bar.value() * 200, bar.maximum() * 85);
-  EXPECT_EQ(bar.minimum(), 0);
-  EXPECT_EQ(bar.accessibleName().toStdString(), "Progress");
-  model.setValue(100);
-  EXPECT_EQ(bar.value(), bar.maximum());
+  QAccessibleInterface* spoken = QAccessible::queryAccessibleInterface(&make<QtProgressBar>(model));
+  EXPECT_EQ(spoken->role(), QAccessible::ProgressBar);
+  EXPECT_EQ(fromQString(spoken->text(QAccessible::Name)), "Progress");
+  EXPECT_EQ(fromQString(spoken->text(QAccessible::Value)), "42%");
+  QAccessibleValueInterface* value = spoken->valueInterface();
+  ASSERT_NE(value, nullptr);
+  EXPECT_EQ(value->minimumValue().toDouble(), 0);
+  EXPECT_EQ(value->maximumValue().toDouble(), 100);
+  EXPECT_EQ(value->currentValue().toDouble(), 42.5);
+  value->setCurrentValue(90.0);
+  EXPECT_EQ(value->currentValue().toDouble(), 42.5);
 }
 
 TEST_F(QtControls, HiddenFromTheStartStaysHiddenWhenTheWindowIsShown) {

@@ -1,70 +1,32 @@
-// Shows the import form with made-up content, to look at: form_preview [fresh|subtitle|long|failed] [dark]
-// [rtl] [menu] [small]
+// Shows the import form with made-up content, to look at:
+// form_preview [empty|analyzed|working|failed|finished] [subtitle] [long] [dark] [contrast] [points=N] [rtl]
+// [menu] [small] [alert] [save]
 #include <QApplication>
-#include <QPalette>
+#include <QFont>
 #include <QWidget>
 #include <algorithm>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "import/import_form.h"
 #include "platform/qt/qt_application.h"
 #include "platform/qt/qt_clock.h"
+#include "platform/qt/qt_color_scheme.h"
 #include "platform/qt/qt_dialogs.h"
 #include "platform/qt/qt_status_menu.h"
 #include "platform/qt/qt_window_system.h"
+#include "tests/qt/form_states.h"
+#include "tests/qt/private_bus.h"
+#include "tests/qt/settings_portal.h"
 
 namespace {
 
-QPalette darkPalette() {
-  QPalette palette;
-  const QColor window(0x2a, 0x2a, 0x2e);
-  const QColor text(0xee, 0xee, 0xee);
-  palette.setColor(QPalette::Window, window);
-  palette.setColor(QPalette::WindowText, text);
-  palette.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x22));
-  palette.setColor(QPalette::AlternateBase, window);
-  palette.setColor(QPalette::Text, text);
-  palette.setColor(QPalette::Button, QColor(0x3a, 0x3a, 0x40));
-  palette.setColor(QPalette::ButtonText, text);
-  palette.setColor(QPalette::PlaceholderText, QColor(0x9a, 0x9a, 0x9a));
-  palette.setColor(QPalette::Highlight, QColor(0x3d, 0x7e, 0xff));
-  palette.setColor(QPalette::HighlightedText, Qt::white);
-  for (const QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
-    palette.setColor(QPalette::Disabled, role, QColor(0x80, 0x80, 0x80));
-  }
-  return palette;
-}
-
-void fill(zunto::ImportForm& form) {
-  form.urlField.setText("https://media.example/watch?v=abcdefgh");
-  form.titleLabel.setText("A walk along the river in the early morning");
-  form.detailLabel.setText("Duration: 12:34");
-  form.qualityPopup.setItems({"1080p", "720p", "480p"});
-  form.subtitlePopup.setItems({"English", "English"});
-  form.progress.setValue(42.5);
-  form.statusLabel.setText("Downloading video… 42%");
-  form.startButton.setEnabled(true);
-  form.cancelButton.setHidden(false);
-  form.revealButton.setHidden(false);
-}
-
-void showSubtitles(zunto::ImportForm& form) {
-  form.modePopup.selectIndex(2);
-  form.qualityPopup.setHidden(true);
-  form.subtitlePopup.setHidden(false);
-  form.subtitleFormatPopup.setHidden(false);
-}
-
-void makeLong(zunto::ImportForm& form) {
-  form.titleLabel.setText(
-      "A very long title that nobody could ever read in one go because it goes on and on and on, "
-      "<b>really</b>");
-  form.statusLabel.setText(
-      "Saved to /home/somebody/Downloads/a-folder-with-a-rather-long-name/another-folder-with-a-long-name/"
-      "and-one-more-for-good-measure/A very long title that nobody could ever read in one go.mp4");
-  form.subtitlePopup.setItems({"Chinese (Simplified, automatically generated from English)"});
+void setPoints(int points) {
+  QFont font = QApplication::font();
+  font.setPointSize(points);
+  QApplication::setFont(font);
 }
 
 struct QtClockAndDialogs {
@@ -81,15 +43,20 @@ int main(int argc, char** argv) {
   const auto isWished = [&arguments](std::string_view wish) {
     return std::find(arguments.begin(), arguments.end(), wish) != arguments.end();
   };
-  if (isWished("dark")) QApplication::setPalette(darkPalette());
   if (isWished("rtl")) QApplication::setLayoutDirection(Qt::RightToLeft);
-  if (!isWished("fresh")) fill(form);
-  if (isWished("subtitle") || isWished("long")) showSubtitles(form);
-  if (isWished("long")) makeLong(form);
-  if (isWished("failed")) {
-    form.statusLabel.setText("This video is not available in your country.");
-    form.statusLabel.setProblem(true);
+  for (const std::string_view argument : arguments) {
+    if (argument.starts_with("points=")) setPoints(std::stoi(std::string(argument.substr(7))));
   }
+  zunto::testing::PrivateBus bus;
+  zunto::testing::SettingsPortal portal(bus.connect());
+  if (isWished("dark")) portal.setScheme(zunto::testing::SettingsPortal::preferDark);
+  if (isWished("contrast")) portal.set("org.freedesktop.appearance", "contrast", 1U);
+  const zunto::QtColorScheme colorScheme(bus.connect());
+  for (const zunto::testing::FormState state : zunto::testing::allFormStates) {
+    if (isWished(nameOf(state))) show(form, state);
+  }
+  if (isWished("subtitle")) zunto::testing::chooseSubtitles(form);
+  if (isWished("long")) zunto::testing::fillToTheBrim(form);
   zunto::QtStatusMenu statusMenu;
   const auto item = std::make_shared<zunto::StatusItem>();
   item->setButtonTitle("Z/UNTO ●");

@@ -19,6 +19,9 @@ namespace zunto::testing {
 
 class QtTest : public ::testing::Test {
  protected:
+  /// What Qt has put off must not be left for the next test's application.
+  ~QtTest() override { QCoreApplication::processEvents(); }
+
   /// Runs the event loop until `condition` holds; answers whether it did within some seconds.
   static bool runUntil(const std::function<bool()>& condition) {
     const QDeadlineTimer deadline(20000);

@@ -27,6 +27,7 @@
 #include "platform/qt/qt_clock.h"
 #include "platform/qt/qt_desktop.h"
 #include "platform/qt/qt_dialogs.h"
+#include "platform/qt/qt_progress_bar.h"
 #include "platform/qt/qt_status_bar.h"
 #include "platform/qt/qt_text.h"
 #include "platform/qt/qt_url_events.h"
@@ -96,7 +97,7 @@ SeenControl readControl(const QWidget& widget, const QWidget& area) {
     readPopUp(*popUp, seen);
   } else if (const auto* bar = qobject_cast<const QProgressBar*>(&widget)) {
     seen.kind = Kind::progress;
-    seen.value = 100.0 * (bar->value() - bar->minimum()) / (bar->maximum() - bar->minimum());
+    seen.value = dynamic_cast<const QtProgressBar&>(*bar).percent();
   } else if (const auto* button = qobject_cast<const QAbstractButton*>(&widget)) {
     seen.kind = qobject_cast<const QCheckBox*>(button) != nullptr ? Kind::checkBox : Kind::button;
     seen.text = fromQString(button->text());
