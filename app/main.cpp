@@ -94,7 +94,7 @@ int runOnQt(int argc, char** argv, FixedAddresses addresses) {
   PosixOutputFileOpener outputFiles;
   BeastHttpSession httpSession(clock);
   QtStatusBar statusBar(bus);
-  QtWindowSystem windowSystem(statusBar.statusMenu());
+  QtWindowSystem windowSystem(statusBar.statusMenu(), bus);
   QtDialogs dialogs(clock);
   QtPasteboard pasteboard;
   QtBeeper beeper;

@@ -101,7 +101,8 @@ WindowSpec ImportForm::describeWindow() {
           .minimumSize = minimumSize,
           .insets = insets,
           .content = std::move(rows),
-          .dropField = &urlField};
+          .dropField = &urlField,
+          .job = {.progress = &progress, .runsWhileShown = &cancelButton}};
 }
 
 }  // namespace zunto

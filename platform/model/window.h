@@ -13,6 +13,12 @@
 
 namespace zunto {
 
+/// A job whose progress desktops may show outside of its window, too.
+struct JobProgress {
+  ProgressBar* progress = nullptr;    ///< none where there is no such job
+  Control* runsWhileShown = nullptr;  ///< there as long as the job runs, as what ends it is
+};
+
 /// What a window is made of; fixed.
 struct WindowSpec {
   std::string title;
@@ -23,6 +29,7 @@ struct WindowSpec {
   /// The one whose text the user replaces by dropping a link or a text anywhere on the window, where views
   /// know how to; none where nothing can be dropped.
   TextField* dropField = nullptr;
+  JobProgress job{};
 };
 
 class Window final : public Observable {

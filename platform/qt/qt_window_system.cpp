@@ -30,6 +30,7 @@
 #include "platform/qt/qt_dropped_text.h"
 #include "platform/qt/qt_menu_actions.h"
 #include "platform/qt/qt_stack_layout.h"
+#include "platform/qt/qt_task_progress.h"
 #include "platform/qt/qt_text.h"
 
 namespace zunto {
@@ -373,8 +374,8 @@ QAccessibleInterface* makeWindowAccessible(const QString&, QObject* object) {
 
 class QtWindowView final : public WindowView {
  public:
-  QtWindowView(Window& model, QtStatusMenu& statusMenu, QtDisplay display)
-      : model_(model), window_(model, statusMenu, display) {
+  QtWindowView(Window& model, QtStatusMenu& statusMenu, std::optional<QDBusConnection> bus, QtDisplay display)
+      : model_(model), window_(model, statusMenu, display), taskProgress_(std::move(bus), model.spec().job) {
     changes_ = model.observe([this] { mirror(); });
     mirror();
   }
@@ -394,6 +395,7 @@ class QtWindowView final : public WindowView {
 
   Window& model_;
   NativeWindow window_;
+  QtTaskProgress taskProgress_;
   std::uint64_t shown_ = 0;
   std::uint64_t centered_ = 0;
   Observable::Subscription changes_;
@@ -403,7 +405,7 @@ class QtWindowView final : public WindowView {
 
 std::unique_ptr<WindowView> QtWindowSystem::makeView(Window& window) {
   QAccessible::installFactory(makeWindowAccessible);  // installing it again changes nothing
-  return std::make_unique<QtWindowView>(window, statusMenu_, display_);
+  return std::make_unique<QtWindowView>(window, statusMenu_, bus_, display_);
 }
 
 }  // namespace zunto

@@ -11,7 +11,8 @@ from gi.repository import Atspi, GLib  # noqa: E402
 _SHOWN = "object:state-changed:showing"
 _FOCUSED = "object:state-changed:focused"
 _RENAMED = "object:property-change:accessible-name"
-_KINDS = (_SHOWN, _FOCUSED, _RENAMED)
+_VALUE = "object:property-change:accessible-value"
+_KINDS = (_SHOWN, _FOCUSED, _RENAMED, _VALUE)
 
 
 class Hearing:
@@ -37,15 +38,19 @@ class Hearing:
 
     def announcements(self):
         """The texts of the notifications that were shown: they are spoken without being asked for."""
-        return [name for kind, role, name in self._news() if kind == _SHOWN and role == "notification"]
+        return [name for kind, role, name, _ in self._news() if kind == _SHOWN and role == "notification"]
 
     def focused(self):
         """The names of the controls that have got the keyboard."""
-        return [name for kind, _, name in self._news() if kind == _FOCUSED]
+        return [name for kind, _, name, _ in self._news() if kind == _FOCUSED]
 
     def renamed(self):
         """[(role, name)] for each new name."""
-        return [(role, name) for kind, role, name in self._news() if kind == _RENAMED]
+        return [(role, name) for kind, role, name, _ in self._news() if kind == _RENAMED]
+
+    def percents(self):
+        """The values of progress bars that were told."""
+        return [value for kind, role, _, value in self._news() if kind == _VALUE and role == "progress bar"]
 
     def _news(self):
         while GLib.MainContext.default().iteration(False):
@@ -54,7 +59,9 @@ class Hearing:
 
     def _hear(self, event):
         try:
-            if event.source.get_process_id() == self._pid and (event.type == _RENAMED or event.detail1):
-                self._heard.append((event.type, event.source.get_role_name(), event.source.get_name()))
+            source = event.source
+            if source.get_process_id() == self._pid and (event.type in (_RENAMED, _VALUE) or event.detail1):
+                value = Atspi.Value.get_current_value(source) if event.type == _VALUE else None
+                self._heard.append((event.type, source.get_role_name(), source.get_name(), value))
         except GLib.Error:
             pass  # gone meanwhile

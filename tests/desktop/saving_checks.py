@@ -9,10 +9,12 @@ import tempfile
 from pathlib import Path
 
 import network
+from hearing import Hearing
 from helper_program import ANALYZED, READY, READY_LINE, STOPPED_LINE
 from lifecycle_checks import start_helper
 from stand_in_processor import FILE_NAME, NotHttp, StandInProcessor
 from steps import Failure, Step, require, require_equal, stays, wait_until
+from task_bar import TaskBar
 
 _COULD_NOT_START = "ZUNTO Helper could not start. Use the menu bar log for details."
 _SAVING = f"Saving {FILE_NAME}…"
@@ -30,6 +32,8 @@ def saving_steps():
              _answers_not_http, 90),
         Step("A log that is a pipe nobody reads is refused in an alert instead of holding up the helper", _pipe_as_log,
              60),
+        Step("Of a download's progress a screen reader hears each ten percent, and the task bar all, until it ends",
+             _progress_is_told, 60),
         Step("A place that cannot take the file is refused with the reason, before anything is fetched", _barred_places,
              120, "barred-place"),
         Step("A folder that appears at the chosen place meanwhile is left as it is, and the window says why",
@@ -131,6 +135,22 @@ def _pipe_as_log(run):
     finally:
         log.unlink()
         kept.rename(log)
+
+
+def _progress_is_told(run):
+    run.helper.stop()
+    with StandInProcessor() as processor:
+        processor.percents = [3, 12, 15, 18, 21.5, 47]
+        helper = _analyzed(run)
+        with Hearing(helper.process.pid) as hearing, TaskBar() as bar:
+            helper.press("Download…")
+            spoken = wait_until(lambda: hearing.percents()[-1:] == [100] and hearing.percents(), "100 being spoken", 30)
+            require_equal(spoken, [3, 12, 21.5, 47, 100], "the percents that were spoken")
+            wait_until(lambda: bar.seen()[-1:] == [None], "the task bar taking the progress away", 10)
+            require_equal(bar.seen(), [3, 12, 15, 18, 21.5, 47, 100, None], "what the task bar was told")
+            wait_until(helper.has_save_panel, "the save panel being shown", 10)
+            helper.dismiss_panels()
+    return [f"spoken: {spoken}"]
 
 
 def _barred_places(run):

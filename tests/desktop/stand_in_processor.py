@@ -16,11 +16,13 @@ _HALF = b"x" * 2_000_000  # more than a program may keep before it writes
 
 class StandInProcessor:
     """Use as a context. It analyses every link at once and has every download ready at once; of a result it sends
-    the first half, and the rest only after `finish()`. Requests whose path ends in `greets_at` are answered by the
+    the first half, and the rest only after `finish()`. Before a download is ready it is under way for as many looks at
+    it as `percents` has numbers, and stands at each of them once. Requests whose path ends in `greets_at` are answered by the
     greeting of another protocol, but for the health probe, which keeps finding a processor."""
 
     def __init__(self):
         self.greets_at = None
+        self.percents = []
         self.results_asked_for = 0
         self.connections = 0
         self.half_is_sent = threading.Event()
@@ -63,6 +65,8 @@ class _Handler(http.server.BaseHTTPRequestHandler):
             self._answer({"status": "ok"}, {"X-ZUNTO-Session-Token": "of-the-stand-in"})
         elif self.path.endswith("/result"):
             self._send_result()
+        elif self.path.endswith("/download") and self.server.stand_in.percents:
+            self._answer({"jobId": "download", "status": "downloading", "progress": self.server.stand_in.percents.pop(0)})
         else:
             self._answer({"jobId": self.path.rpartition("/")[2], "status": "completed", "progress": 100,
                           "title": TITLE, "formats": [{"quality": "720p"}],

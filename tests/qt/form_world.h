@@ -49,7 +49,8 @@ class TestScreen {
 
 /// One window with the form; it ends with this object.
 struct FormWindow {
-  FormWindow() {
+  explicit FormWindow(std::optional<QDBusConnection> bus = std::nullopt)
+      : windows(statusMenu, std::move(bus)) {
     view = windows.makeView(model);
     for (QWidget* each : QApplication::topLevelWidgets()) {
       if (each->windowTitle() == toQString(model.spec().title)) native = each;
@@ -73,7 +74,7 @@ struct FormWindow {
 
   ImportForm form;
   QtStatusMenu statusMenu;
-  QtWindowSystem windows{statusMenu};
+  QtWindowSystem windows;
   Window model{form.describeWindow()};
   std::unique_ptr<WindowView> view;
   QWidget* native = nullptr;

@@ -158,7 +158,7 @@ class Hidings final : public QObject {
 
 TEST_F(QtWindows, ComesForwardUnderWaylandAsANewWindowUnlessItMayOrIsThere) {
   view.reset();
-  QtWindowSystem underWayland(statusMenu, QtDisplay::wayland);
+  QtWindowSystem underWayland(statusMenu, std::nullopt, QtDisplay::wayland);
   view = underWayland.makeView(model);
   show();
   ASSERT_TRUE(runUntil([this] { return native->isActiveWindow(); }));
@@ -185,7 +185,7 @@ TEST_F(QtWindows, ComesForwardUnderWaylandAsANewWindowUnlessItMayOrIsThere) {
 
 TEST_F(QtWindows, ComesForwardAsANewWindowWhereItsPermissionIsOfNoUse) {
   view.reset();
-  QtWindowSystem underWayland(statusMenu, QtDisplay::wayland);
+  QtWindowSystem underWayland(statusMenu, std::nullopt, QtDisplay::wayland);
   view = underWayland.makeView(model);
   show();
   ASSERT_TRUE(runUntil([this] { return native->isActiveWindow(); }));
@@ -264,7 +264,7 @@ TEST_F(QtWindows, ScrollsWhatDoesNotFitAndShowsTheControlThatTabReaches) {
 
 TEST_F(QtWindows, FitsIntoAnyTileThatACompositorGivesIt) {
   view.reset();
-  QtWindowSystem underWayland(statusMenu, QtDisplay::wayland);
+  QtWindowSystem underWayland(statusMenu, std::nullopt, QtDisplay::wayland);
   view = underWayland.makeView(model);
   const auto item = giveStatusMenu();
   show();
