@@ -30,6 +30,17 @@ NS_ASSUME_NONNULL_BEGIN
 - (BOOL)performKeyEquivalent:(NSEvent*)event;
 @end
 
+/// What stands behind a window's controls, and takes the texts that are dropped on any of them.
+@interface ZUNTODropView : NSView {
+ @private
+  std::function<bool()> _isOpen;
+  std::function<void(NSString*)> _dropped;
+  zunto::MainThread _mainThread;
+}
+/// `isOpen` says whether a text may be dropped now.
+- (instancetype)initWithIsOpen:(std::function<bool()>)isOpen dropped:(std::function<void(NSString*)>)dropped;
+@end
+
 /// Tells of the window's end.
 @interface ZUNTOWindowDelegate : NSObject <NSWindowDelegate> {
  @private
@@ -57,8 +68,47 @@ SEL commandForKey(NSString* key, bool withShift) {
   return nullptr;
 }
 
+/// The first line that is not blank of what is dragged; none where there is no text at all.
+NSString* _Nullable droppedText(id<NSDraggingInfo> drag) {
+  NSString* text = [[drag draggingPasteboard] stringForType:NSPasteboardTypeString];
+  for (NSString* each in [text componentsSeparatedByCharactersInSet:[NSCharacterSet newlineCharacterSet]]) {
+    NSString* line = [each stringByTrimmingCharactersInSet:[NSCharacterSet whitespaceCharacterSet]];
+    if ([line length] > 0) return line;
+  }
+  return nil;
+}
+
 }  // namespace
 }  // namespace zunto
+
+@implementation ZUNTODropView
+
+- (instancetype)initWithIsOpen:(std::function<bool()>)isOpen dropped:(std::function<void(NSString*)>)dropped {
+  self = [super initWithFrame:NSZeroRect];
+  if (self) {
+    _isOpen = std::move(isOpen);
+    _dropped = std::move(dropped);
+    [self registerForDraggedTypes:@[ NSPasteboardTypeString ]];
+  }
+  return self;
+}
+
+/// As a copy: a move would take the text away from where it came from.
+- (NSDragOperation)draggingEntered:(id<NSDraggingInfo>)drag {
+  _mainThread.check("draggingEntered:");
+  const bool canCopy = ([drag draggingSourceOperationMask] & NSDragOperationCopy) != 0;
+  return canCopy && _isOpen() && zunto::droppedText(drag) != nil ? NSDragOperationCopy : NSDragOperationNone;
+}
+
+- (BOOL)performDragOperation:(id<NSDraggingInfo>)drag {
+  _mainThread.check("performDragOperation:");
+  NSString* text = zunto::droppedText(drag);
+  if (text == nil) return NO;
+  _dropped(text);
+  return YES;
+}
+
+@end
 
 @implementation ZUNTOWindow
 
@@ -107,6 +157,7 @@ class AppKitWindowView final : public WindowView {
       : model_(model),
         content_(makeStackView(model.spec().content)),
         native_(makeWindow(model.spec())),
+        outer_(makeOuterView(model.spec())),
         delegate_(Retained<ZUNTOWindowDelegate>::adopt(
             [[ZUNTOWindowDelegate alloc] initWithWillClose:[&model] { model.userClosed(); }])),
         shown_(model.showRequests()),
@@ -137,8 +188,17 @@ class AppKitWindowView final : public WindowView {
     return window;
   }
 
+  static Retained<NSView> makeOuterView(const WindowSpec& spec) {
+    TextField* field = spec.dropField;
+    if (field == nullptr) return Retained<NSView>::adopt([[NSView alloc] initWithFrame:NSZeroRect]);
+    return Retained<NSView>::adopt([[ZUNTODropView alloc]
+        initWithIsOpen:[field] { return field->isEnabled(); }
+        dropped:[field](NSString* text) { field->userEdited(toUtf8(text)); }]);
+  }
+
   void layOut() {
-    NSView* outer = [native_.get() contentView];
+    NSView* outer = outer_.get();
+    [native_.get() setContentView:outer];
     NSView* inner = content_->view();
     const Insets& insets = model_.spec().insets;
     [inner setTranslatesAutoresizingMaskIntoConstraints:NO];
@@ -170,6 +230,7 @@ class AppKitWindowView final : public WindowView {
   Window& model_;
   std::unique_ptr<ViewBinding> content_;
   Retained<NSWindow> native_;
+  Retained<NSView> outer_;
   Retained<ZUNTOWindowDelegate> delegate_;
   std::uint64_t shown_;
   std::uint64_t centered_;

@@ -16,6 +16,21 @@
 #include "platform/appkit/app_kit_workspace.h"
 #include "tests/faces/face.h"
 
+/// A drag of what is on the general pasteboard.
+@interface ZUNTODrag : NSObject
+- (NSPasteboard*)draggingPasteboard;
+- (NSDragOperation)draggingSourceOperationMask;
+@end
+
+@implementation ZUNTODrag
+- (NSPasteboard*)draggingPasteboard {
+  return [NSPasteboard generalPasteboard];
+}
+- (NSDragOperation)draggingSourceOperationMask {
+  return NSDragOperationCopy | NSDragOperationMove;
+}
+@end
+
 namespace zunto::testing {
 namespace {
 
@@ -91,6 +106,16 @@ class AppKitWindowDriver final : public WindowDriver {
     NSPopUpButton* popUp = findPopUp(importWindow(), name);
     if (popUp == nil || ![popUp isEnabled]) return;
     [[popUp menu] performActionForItemAtIndex:static_cast<NSInteger>(index)];
+  }
+
+  void drop(const std::string& text) override {
+    putOnPasteboard([NSString stringWithUTF8String:text.c_str()]);
+    ZUNTODrag* drag = [[[ZUNTODrag alloc] init] autorelease];
+    NSView* under = [importWindow() contentView];
+    if ([under draggingEntered:(id<NSDraggingInfo>)drag] == NSDragOperationCopy) {
+      [under performDragOperation:(id<NSDraggingInfo>)drag];
+    }
+    clearPasteboard();
   }
 
   void pressReturn() override { [NSApp sendEvent:keyPress(importWindow(), @"\r", 0)]; }

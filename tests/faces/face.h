@@ -67,6 +67,9 @@ class WindowDriver {
   /// Chooses an item of the visible pop-up of this name, as from its open list.
   virtual void choose(const std::string& name, std::size_t index) = 0;
 
+  /// Drops a text on the window, beside its controls.
+  virtual void drop(const std::string& text) = 0;
+
   /// Presses Return in the window.
   virtual void pressReturn() = 0;
 

@@ -45,6 +45,23 @@ TEST_F(FormFace, KeepsItsButtonsInPlaceUnderALongerStatus) {
   EXPECT_EQ(control("Download…").y, before);
 }
 
+TEST_F(FormFace, TakesALinkThatIsDroppedOnTheWindowInThePlaceOfTheOther) {
+  type("Media link", "https://media.example/first");
+  face().window().drop("\n  https://media.example/second \nand more");
+
+  EXPECT_EQ(control("Media link").text, "https://media.example/second");
+}
+
+TEST_F(FormFace, RefusesADropWithoutATextAndWhileTheLinkIsInUse) {
+  face().window().drop(" \n ");
+  EXPECT_EQ(control("Media link").text, "");
+
+  http_.answerAlways("POST", "/probe", ScriptedAnswer::silence());
+  analyze("https://media.example/first");
+  face().window().drop("https://media.example/second");
+  EXPECT_EQ(control("Media link").text, "https://media.example/first");
+}
+
 TEST_F(FormFace, TakesWhatIsTypedAsItStands) {
   type("Media link", " https://media.example/ \xF0\x9F\x8E\xAC");
 

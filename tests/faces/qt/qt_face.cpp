@@ -8,6 +8,8 @@
 #include <QComboBox>
 #include <QDeadlineTimer>
 #include <QDialogButtonBox>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QFileDialog>
 #include <QKeyEvent>
 #include <QLabel>
@@ -15,6 +17,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollArea>
@@ -144,6 +147,17 @@ class QtWindowDriver final : public WindowDriver {
     popUp->showPopup();
     popUp->view()->setCurrentIndex(popUp->model()->index(static_cast<int>(index), 0));
     press(*popUp->view(), Qt::Key_Return);
+  }
+
+  void drop(const std::string& text) override {
+    QMimeData data;
+    data.setText(toQString(text));
+    QDragEnterEvent enter({5, 5}, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    enter.ignore();
+    QApplication::sendEvent(importWindow(), &enter);
+    if (!enter.isAccepted()) return;
+    QDropEvent drop({5, 5}, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(importWindow(), &drop);
   }
 
   void pressReturn() override {
