@@ -14,8 +14,9 @@ import threading
 import time
 from pathlib import Path
 
-from programs import (Painted, cpu_milliseconds, libraries, proportional_kib, run_for_cost,
-                      threads_and_descriptors)
+from processes import cpu_milliseconds, threads_and_descriptors
+from program_copy import with_instant_processor
+from programs import Painted, libraries, proportional_kib, run_for_cost
 from report import Row, ratio
 
 _BARE = "a bare Qt window with the same controls"
@@ -34,24 +35,11 @@ class Subject:
         self.world = world
         self.tray = tray
         self.quick = quick
-        self.helper = _with_instant_processor(root, bin_folder, world)
+        self.helper = with_instant_processor(bin_folder / "zunto-helper", world.folder / "program")
         self.bare = bin_folder / "bare_window"
 
     def painted(self, *command, **extra):
         return Painted(self.bin, command, self.world, extra)
-
-
-def _with_instant_processor(root, bin_folder, world):
-    """The executable in a place of its own, beside resources whose processor answers at once."""
-    folder = world.folder / "program"
-    tools = folder / "resources/runtime/bin"
-    tools.mkdir(parents=True)
-    for tool in ("node", "yt-dlp", "ffmpeg", "ffprobe"):
-        (tools / tool).symlink_to(shutil.which(tool))
-    source = folder / "resources/processor/src"
-    source.mkdir(parents=True)
-    shutil.copy(root / "benchmarks/instant_processor.mjs", source / "index.mjs")
-    return Path(shutil.copy(bin_folder / "zunto-helper", folder))
 
 
 def startup(subject):

@@ -51,21 +51,6 @@ def proportional_kib(pid):
     raise LookupError("the system does not tell")
 
 
-def cpu_milliseconds(pid):
-    """Of all the process's threads; its children are not counted."""
-    used = 0
-    for thread in Path(f"/proc/{pid}/task").iterdir():
-        try:
-            used += int((thread / "schedstat").read_text(encoding="ascii").split()[0])
-        except OSError:
-            continue  # the thread has ended
-    return used / 1e6
-
-
-def threads_and_descriptors(pid):
-    return len(os.listdir(f"/proc/{pid}/task")), len(os.listdir(f"/proc/{pid}/fd"))
-
-
 def libraries(pid):
     maps = Path(f"/proc/{pid}/maps").read_text(encoding="utf-8").splitlines()
     return {line.split(None, 5)[5] for line in maps if ".so" in line and "/" in line}

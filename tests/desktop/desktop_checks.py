@@ -9,12 +9,11 @@ import processes
 import screen
 import tray
 import x11_windows
-from helper_program import ANALYZED, READY, SAVE_TITLE, WINDOW_TITLE, HelperProgram
-from lifecycle_checks import without_component
+from helper_program import ANALYZED, COULD_NOT_START, READY, SAVE_TITLE, WINDOW_TITLE, HelperProgram
+from program_copy import without_component
 from steps import Step, require, require_equal, stays, wait_until
 
 _PERMISSION = "I own this media or have permission to download and use it."
-_CANNOT_START = "ZUNTO Helper could not start. Use the menu bar log for details."
 _CLASS = "ZUNTO Helper"
 _LINK = "https://example.org/under/an/alert"
 
@@ -32,9 +31,15 @@ def desktop_steps():
              _panel_over_minimised_window, 120, x11_alone="sway, as most tiling desktops, has no minimised windows"),
         Step("An alert that comes while the window is closed bars the window until it is answered, and no more than "
              "that", _alert_over_closed_window, 90),
+        *bus_steps(),
+        Step("A helper that was started with the ending signals blocked obeys them", _blocked_signals, 60),
+    ]
+
+
+def bus_steps():
+    return [
         Step("A second start on a bus that hangs stands alone soon, and quitting there takes no time", _bus_hangs, 90),
         Step("A second start whose bus goes away stands alone, and the first one lives on", _bus_goes_away, 90),
-        Step("A helper that was started with the ending signals blocked obeys them", _blocked_signals, 60),
     ]
 
 
@@ -117,7 +122,7 @@ def _alert_over_closed_window(run):
     run.helper = helper = HelperProgram(without_component(run, "ffmpeg"), run.world)
     wait_until(helper.alert_texts, "the alert of the start", 30)
     helper.answer_alert("OK")
-    helper.wait_for_status(_CANNOT_START, 20)
+    helper.wait_for_status(COULD_NOT_START, 20)
     (window,) = screen.windows_called(WINDOW_TITLE)
     screen.close_window(window)
     wait_until(lambda: not screen.windows_called(WINDOW_TITLE), "the window being closed", 10)
@@ -128,7 +133,7 @@ def _alert_over_closed_window(run):
     # The rest of the program goes on.
     require_equal(helper.start_again("zunto-helper:?url=" + quote(_LINK, safe="")), 0, "the second start's status")
     wait_until(lambda: helper.link_field.text == _LINK, "the link standing in the field", 15)
-    helper.wait_for_status(_CANNOT_START, 20)
+    helper.wait_for_status(COULD_NOT_START, 20)
     _require_barred(run, "alert-over-window")
     helper.answer_alert("OK")
     _require_usable(helper)
@@ -160,15 +165,15 @@ def _is_barred_still(helper):
 
 
 def _bus_hangs(run):
-    bus = _BusOfItsOwn(run)
+    bus = BusOfItsOwn(run)
     try:
         first = _start(run, bus)
-        _wait_for_windows(1, 45)
+        wait_for_windows(1, 45)
         bus.daemon.send_signal(signal.SIGSTOP)
         started = time.monotonic()
         alone = HelperProgram(run.executable, run.world, bus.environment)
         try:
-            _wait_for_windows(2, _ALONE_SECONDS)
+            wait_for_windows(2, _ALONE_SECONDS)
             lines = [f"stood alone after {time.monotonic() - started:.1f} s"]
             _require_end(alone, signal.SIGTERM, 0)
         finally:
@@ -179,28 +184,28 @@ def _bus_hangs(run):
             _require_end(waiting, signal.SIGTERM, -signal.SIGTERM)
         finally:
             waiting.stop()
-        return lines + [f"quit within {_quit_by_key(first):.1f} s"]
+        return lines + [f"quit within {quit_by_key(first):.1f} s"]
     finally:
         bus.end()
 
 
 def _bus_goes_away(run):
-    bus = _BusOfItsOwn(run)
+    bus = BusOfItsOwn(run)
     try:
         first = _start(run, bus)
-        _wait_for_windows(1, 45)
+        wait_for_windows(1, 45)
         # The first one must not answer before the bus is gone.
         first.process.send_signal(signal.SIGSTOP)
         alone = HelperProgram(run.executable, run.world, bus.environment)
         try:
             time.sleep(0.7)
             bus.daemon.kill()
-            _wait_for_windows(2, _ALONE_SECONDS)
+            wait_for_windows(2, _ALONE_SECONDS)
             _require_end(alone, signal.SIGTERM, 0)
         finally:
             alone.stop()
         first.process.send_signal(signal.SIGCONT)
-        return [f"quit within {_quit_by_key(first):.1f} s"]
+        return [f"quit within {quit_by_key(first):.1f} s"]
     finally:
         bus.end()
 
@@ -218,12 +223,12 @@ def _blocked_signals(run):
             signal.pthread_sigmask(signal.SIG_SETMASK, earlier)
             for number, handler in handlers.items():
                 signal.signal(number, handler)
-        _wait_for_windows(1, 30)
+        wait_for_windows(1, 30)
         run.helper.wait_for_status(READY, 45)
         _require_end(run.helper, ending, 0)
 
 
-class _BusOfItsOwn:
+class BusOfItsOwn:
     """A session bus for some helpers alone, which a step may do anything to."""
 
     def __init__(self, run):
@@ -246,7 +251,7 @@ def _start(run, bus=None):
     return run.helper
 
 
-def _wait_for_windows(count, seconds):
+def wait_for_windows(count, seconds):
     wait_until(lambda: len(screen.windows_called(WINDOW_TITLE)) == count, f"{count} windows standing there", seconds)
 
 
@@ -257,7 +262,7 @@ def _require_end(helper, ending, status):
     wait_until(lambda: not processes.marked(helper.mark), "the end of all its processes", 10)
 
 
-def _quit_by_key(helper):
+def quit_by_key(helper):
     """Answers how many seconds it took."""
     (window,) = screen.windows_called(WINDOW_TITLE)
     screen.give_keyboard(window)

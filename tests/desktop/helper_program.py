@@ -15,21 +15,26 @@ WINDOW_TITLE = "ZUNTO Media Import"
 SAVE_TITLE = "Save ZUNTO Download"
 READY = "Ready. Processing and browser access stay on this Mac."
 ANALYZED = "Analysis complete. Choose an output and save it to your Mac."
+COULD_NOT_START = "ZUNTO Helper could not start. Use the menu bar log for details."
 READY_LINE = "ZUNTO Helper Ready · 127.0.0.1:43127"
 STOPPED_LINE = "ZUNTO Helper Stopped"
 
 
 class HelperProgram:
-    """One running start of the executable, with `variables` in its environment besides those of the world.
-    `stop()` ends it however it is; its children end with it."""
+    """One running start of the executable, with `variables` in its environment besides those of the world, or without
+    one whose value is None. `prepare` is called in the new process before it becomes the program. `stop()` ends it
+    however it is; its children end with it."""
 
-    def __init__(self, executable, world, variables=None):
+    def __init__(self, executable, world, variables=None, prepare=None):
         self._executable = executable
         self._world = world
         environment, self.mark = world.helper_environment()
+        environment |= variables or {}
         self._output = (world.folder / f"{self.mark}log").open("wb")
-        self.process = subprocess.Popen([executable], env=environment | (variables or {}), stdin=subprocess.DEVNULL,
-                                        stdout=self._output, stderr=subprocess.STDOUT)
+        self.process = subprocess.Popen([executable], env={name: value for name, value in environment.items()
+                                                           if value is not None},
+                                        stdin=subprocess.DEVNULL, stdout=self._output, stderr=subprocess.STDOUT,
+                                        preexec_fn=prepare)
 
     def stop(self):
         if self.process.poll() is None:
@@ -49,8 +54,11 @@ class HelperProgram:
         """{pid: command line} of its living processes, itself left out."""
         return {pid: line for pid, line in processes.marked(self.mark).items() if pid != self.process.pid}
 
+    def processors(self):
+        return [pid for pid, line in self.family().items() if "processor/src/index.mjs" in line]
+
     def processor_pid(self):
-        found = [pid for pid, line in self.family().items() if "processor/src/index.mjs" in line]
+        found = self.processors()
         require(len(found) == 1, lambda: f"there are {len(found)} processors: {self.family()}")
         return found[0]
 

@@ -2,7 +2,6 @@
 
 import http.server
 import os
-import shutil
 import signal
 import threading
 import time
@@ -11,8 +10,9 @@ from urllib.parse import quote
 
 import processes
 import screen
-from helper_program import READY, READY_LINE, STOPPED_LINE, WINDOW_TITLE, HelperProgram
+from helper_program import COULD_NOT_START, READY, READY_LINE, STOPPED_LINE, WINDOW_TITLE, HelperProgram
 from network import HELPER_PORT
+from program_copy import without_component
 from steps import Step, require, require_equal, wait_until
 
 # How long the processor has to notice that its helper is gone.
@@ -40,37 +40,24 @@ def lifecycle_steps():
 def fault_steps():
     return [
         Step("A missing component is named in an alert, and the window says that the helper could not start",
-             _missing_component, 60),
+             missing_component, 60),
         Step("A processor of another program on the port is used, shown as such and left alone", _foreign_processor,
              60),
     ]
 
 
-def _missing_component(run):
+def missing_component(run, name="ffprobe"):
     run.helper.stop()
-    run.helper = helper = HelperProgram(without_component(run, "ffprobe"), run.world)
+    run.helper = helper = HelperProgram(without_component(run, name), run.world)
     texts = wait_until(helper.alert_texts, "an alert", 30)
     require_equal(texts, ["ZUNTO Helper is incomplete",
-                          "A required bundled component is missing: ffprobe. Download a fresh copy of the app."],
+                          f"A required bundled component is missing: {name}. Download a fresh copy of the app."],
                   "the alert's text")
     run.take_picture("missing-component")
     require_equal(helper.alert_buttons(), ["OK", "Show Log"], "the alert's buttons")
     helper.answer_alert("OK")
-    helper.wait_for_status("ZUNTO Helper could not start. Use the menu bar log for details.", 20)
+    helper.wait_for_status(COULD_NOT_START, 20)
     require(not helper.family(), "a processor was started")
-
-
-def without_component(run, missing):
-    """A copy of the program whose resources lack one tool."""
-    folder = run.world.folder / f"without-{missing}"
-    tools = folder / "resources/runtime/bin"
-    tools.mkdir(parents=True)
-    original = run.executable.parent / "resources"
-    for tool in ("node", "yt-dlp", "ffmpeg", "ffprobe"):
-        if tool != missing:
-            (tools / tool).symlink_to((original / "runtime/bin" / tool).resolve())
-    (folder / "resources/processor").symlink_to((original / "processor").resolve())
-    return shutil.copy(run.executable, folder)
 
 
 class _Stranger(http.server.BaseHTTPRequestHandler):
@@ -192,7 +179,7 @@ def _open_downloader(run):
 
 
 def _log(run):
-    path = run.world.home / "Library/Logs/ZUNTO Helper/helper.log"
+    path = run.world.log
     text = path.read_text(encoding="utf-8")
     token = _session_token()
     require(len(token) >= 16, f"the session token is only {len(token)} characters long")
@@ -216,8 +203,8 @@ def _sigterm(run):
     helper.process.send_signal(signal.SIGTERM)
     wait_until(lambda: helper.process.poll() is not None, "the helper's end", 10)
     require_equal(helper.process.returncode, 0, "the exit status")
-    _wait_for_nobody(run, helper.mark)
-    _no_temporary_files(run)
+    wait_for_nobody(run, helper.mark)
+    require_no_temporary_files(run)
 
 
 def _killed_helper(run):
@@ -248,14 +235,14 @@ def _kill(run, helper):
     require(helper.processor_pid(), "there was no processor before")
     helper.process.kill()
     helper.process.wait()
-    _wait_for_nobody(run, helper.mark)
-    _no_temporary_files(run)
+    wait_for_nobody(run, helper.mark)
+    require_no_temporary_files(run)
 
 
-def _wait_for_nobody(run, mark):
+def wait_for_nobody(run, mark):
     wait_until(lambda: not processes.marked(mark), "the end of every process of the run", _ORPHAN_SECONDS)
 
 
-def _no_temporary_files(run):
+def require_no_temporary_files(run):
     left = [path for path in run.world.temporary.rglob("*") if path.is_file()]
     require(not left, lambda: f"temporary files are left: {[str(path) for path in left]}")

@@ -11,6 +11,7 @@ from pathlib import Path
 import processes
 
 SCREEN = "1000x760x24"
+LOG = "Library/Logs/ZUNTO Helper/helper.log"  # below the home
 
 # What of the machine's environment would lead out of the private world, or change what is seen in it.
 _FOREIGN = ("XDG_", "QT_", "DBUS_", "AT_SPI_", "GTK_", "GNOME_", "KDE_", "WAYLAND_", "SWAY", "WLR_", "LC_", "LANGUAGE",
@@ -49,6 +50,7 @@ class PrivateWorld:
         self.folder = Path(tempfile.mkdtemp(prefix="zunto-desktop-"))
         try:
             self.home = self._make("home")
+            self.log = self.home / LOG
             self.temporary = self._make("tmp")
             self.media = self._make("media")
             environment = self._environment()

@@ -10,13 +10,12 @@ from pathlib import Path
 
 import network
 from hearing import Hearing
-from helper_program import ANALYZED, READY, READY_LINE, STOPPED_LINE
+from helper_program import ANALYZED, COULD_NOT_START, READY, READY_LINE, STOPPED_LINE
 from lifecycle_checks import start_helper
 from stand_in_processor import FILE_NAME, NotHttp, StandInProcessor
 from steps import Failure, Step, require, require_equal, stays, wait_until
 from task_bar import TaskBar
 
-_COULD_NOT_START = "ZUNTO Helper could not start. Use the menu bar log for details."
 _SAVING = f"Saving {FILE_NAME}…"
 _ELSEWHERE = ("192.0.2.1", 443)  # of a network that is kept for examples
 # To its folder no system lets anybody add a file, whoever he is.
@@ -59,8 +58,8 @@ def _connects_to_its_processor_alone(run):
     with StandInProcessor() as processor:
         helper = _analyzed(run)
         processor.finish()
-        place = _new_folder(run, "alone") / FILE_NAME
-        _save_to(helper, place)
+        place = new_folder(run, "alone") / FILE_NAME
+        save_to(helper, place)
         helper.wait_for_status(f"Saved to {place}", 20)
         helper.stop()
         require(processor.connections > 0, "it made no connection")
@@ -91,7 +90,7 @@ def _not_http(run):
                               "Open the local log for details."], "the alert's text")
         run.take_picture("not-http")
         helper.answer_alert("OK")
-        helper.wait_for_status(_COULD_NOT_START, 20)
+        helper.wait_for_status(COULD_NOT_START, 20)
         stays(lambda: helper.status_line() == STOPPED_LINE, "the menu showing Stopped", 7)
         require(not {READY, READY_LINE} & seen, "it was called ready")
         require(not helper.family(), lambda: f"a processor is left: {helper.family()}")
@@ -105,19 +104,19 @@ def _answers_not_http(run):
         processor.greets_at = "/probe"
         helper.choose_status_item("Open Downloader")
         helper.wait_for_status(READY, 20)
-        _analyze(helper)
+        analyze(helper)
         helper.wait_for_status("The local processor returned an error.", 20)
         processor.greets_at = "/result"
-        _analyze(helper)
+        analyze(helper)
         helper.wait_for_status(ANALYZED, 20)
-        _save_to(helper, _new_folder(run, "not-http") / FILE_NAME)
+        save_to(helper, new_folder(run, "not-http") / FILE_NAME)
         helper.wait_for_status("The local result could not be read.", 20)
-    require_equal(_everything_below(run.saved / "not-http"), [], "what is left in the folder")
+    require_equal(everything_below(run.saved / "not-http"), [], "what is left in the folder")
 
 
 def _pipe_as_log(run):
     run.helper.stop()
-    log = run.world.home / "Library/Logs/ZUNTO Helper/helper.log"
+    log = run.world.log
     kept = log.with_name("kept.log")
     log.parent.mkdir(parents=True, exist_ok=True)
     log.touch()
@@ -131,7 +130,7 @@ def _pipe_as_log(run):
                       "the alert's text")
         run.take_picture("pipe-as-log")
         helper.answer_alert("OK")
-        helper.wait_for_status(_COULD_NOT_START, 20)
+        helper.wait_for_status(COULD_NOT_START, 20)
     finally:
         log.unlink()
         kept.rename(log)
@@ -154,7 +153,7 @@ def _progress_is_told(run):
 
 
 def _barred_places(run):
-    folder = _new_folder(run, "barred")
+    folder = new_folder(run, "barred")
     dangling = folder / "link.mp4"
     dangling.symlink_to("nothing")
     too_long = "ä" * 200 + ".mp4"
@@ -167,8 +166,8 @@ def _barred_places(run):
         helper = _analyzed(run)
         said = []
         for place, reason in expected.items():
-            _save_to(helper, place)
-            said.append(wait_until(lambda r=reason: _status_that_begins(helper, r), f'the status "{reason}"', 20))
+            save_to(helper, place)
+            said.append(wait_until(lambda r=reason: status_that_begins(helper, r), f'the status "{reason}"', 20))
             require(helper.button("Download…").is_enabled, "Download is disabled afterwards")
             require(not helper.is_shown("push button", "Show Downloaded File"), "a file is said to be there")
         require_equal(processor.results_asked_for, 0, "the number of results asked for")
@@ -177,17 +176,17 @@ def _barred_places(run):
 
 
 def _folder_meanwhile(run):
-    folder = _new_folder(run, "meanwhile")
+    folder = new_folder(run, "meanwhile")
     place = folder / FILE_NAME
     with StandInProcessor() as processor:
         helper = _analyzed(run)
-        _save_to(helper, place)
+        save_to(helper, place)
         _wait_for_half(helper, processor)
         place.mkdir()
         processor.finish()
         helper.wait_for_status(f'"{FILE_NAME}" could not be removed: Is a directory.', 20)
     require(place.is_dir(), "the folder is gone")
-    require_equal(_everything_below(folder), [str(place)], "the folder")
+    require_equal(everything_below(folder), [str(place)], "the folder")
 
 
 def _killed_while_saving(run):
@@ -195,15 +194,15 @@ def _killed_while_saving(run):
     try:
         with StandInProcessor() as processor:
             helper = _analyzed(run)
-            before = _everything_below(run.world.temporary)
-            _save_to(helper, folder / FILE_NAME)
+            before = everything_below(run.world.temporary)
+            save_to(helper, folder / FILE_NAME)
             _wait_for_half(helper, processor)
-            written = wait_until(lambda: _written_into(helper.process.pid, folder), "bytes being written", 10)
+            written = wait_until(lambda: written_into(helper.process.pid, folder), "bytes being written", 10)
             run.take_picture("killed-while-saving")
             helper.process.kill()
             helper.process.wait()
-            require_equal(_everything_below(folder), [], "what is left in the folder")
-            require_equal(_everything_below(run.world.temporary), before, "the set of temporary files")
+            require_equal(everything_below(folder), [], "what is left in the folder")
+            require_equal(everything_below(run.world.temporary), before, "the set of temporary files")
     finally:
         shutil.rmtree(folder)
     return [f"killed after {written:,} bytes in {folder}"]
@@ -212,17 +211,17 @@ def _killed_while_saving(run):
 def _analyzed(run):
     helper = start_helper(run)
     helper.wait_for_status(READY, 30)
-    _analyze(helper)
+    analyze(helper)
     helper.wait_for_status(ANALYZED, 20)
     return helper
 
 
-def _analyze(helper):
+def analyze(helper):
     helper.set_link("https://example.org/film")
     helper.press("Analyze")
 
 
-def _save_to(helper, place):
+def save_to(helper, place):
     helper.press("Download…")
     wait_until(helper.has_save_panel, "the save panel being shown", 20)
     helper.answer_save_panel(place)
@@ -233,14 +232,14 @@ def _wait_for_half(helper, processor):
     require(processor.half_is_sent.wait(10), "the result was not asked for")
 
 
-def _status_that_begins(helper, text):
+def status_that_begins(helper, text):
     status = helper.status()
     if not status.startswith(text):
         raise Failure(f'it reads "{status}"')
     return status
 
 
-def _written_into(pid, folder):
+def written_into(pid, folder):
     """How many bytes the files have that a process has open in a folder, with a name or without."""
     size = 0
     for descriptor in Path(f"/proc/{pid}/fd").iterdir():
@@ -252,7 +251,7 @@ def _written_into(pid, folder):
     return size
 
 
-def _new_folder(run, name):
+def new_folder(run, name):
     folder = run.saved / name
     folder.mkdir()
     return folder
@@ -269,5 +268,5 @@ def _folder_for_nameless_files(run):
     raise Failure("no file system here can have a file without a name")
 
 
-def _everything_below(folder):
+def everything_below(folder):
     return sorted(str(path) for path in folder.rglob("*"))

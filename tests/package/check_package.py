@@ -104,7 +104,7 @@ def main():
 
 
 def _show_logs(world):
-    for file in [world.home / "Library/Logs/ZUNTO Helper/helper.log", *world.folder.glob("*.log")]:
+    for file in [world.log, *world.folder.glob("*.log")]:
         if file.is_file():
             print(f"--- {file.name}\n{file.read_text(encoding='utf-8', errors='replace')[-2000:]}", flush=True)
 

@@ -1,4 +1,4 @@
-"""A tray that watches status items' titles, with the moment of every change."""
+"""A tray that watches status items and their titles, with the moment of every change."""
 
 import threading
 import time
@@ -22,6 +22,7 @@ class TrayHost:
     def __enter__(self):
         self._news = threading.Condition()
         self._titles = []
+        self._items = 0
         self._context = GLib.MainContext()
         self._loop = GLib.MainLoop(context=self._context)
         self._ready = threading.Event()
@@ -37,6 +38,11 @@ class TrayHost:
     def forget(self):
         with self._news:
             self._titles.clear()
+
+    def wait_for_item(self, seconds):
+        with self._news:
+            if not self._news.wait_for(lambda: self._items > 0, seconds):
+                raise LookupError("no item was registered")
 
     def wait_for_title(self, title, seconds):
         """The moment (nanoseconds of the steady clock) at which an item was first told to have the title."""
@@ -55,14 +61,20 @@ class TrayHost:
         flags = (Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT | Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION)
         bus = Gio.DBusConnection.new_for_address_sync(address, flags, None, None)
         interface = Gio.DBusNodeInfo.new_for_xml(_DESCRIPTION).interfaces[0]
-        bus.register_object("/StatusNotifierWatcher", interface, lambda *call: call[-1].return_value(None),
-                            lambda *_: GLib.Variant("b", True), None)
+        bus.register_object("/StatusNotifierWatcher", interface, self._register, lambda *_: GLib.Variant("b", True),
+                            None)
         Gio.bus_own_name_on_connection(bus, _WATCHER, Gio.BusNameOwnerFlags.NONE, None, None)
         bus.signal_subscribe(None, "org.kde.StatusNotifierItem", "NewTitle", None, None, Gio.DBusSignalFlags.NONE,
                              self._new_title)
         self._ready.set()
         self._loop.run()
         bus.close_sync(None)
+
+    def _register(self, *call):
+        with self._news:
+            self._items += 1
+            self._news.notify_all()
+        call[-1].return_value(None)
 
     def _new_title(self, bus, sender, path, *_):
         moment = time.monotonic_ns()
