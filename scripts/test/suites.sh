@@ -141,16 +141,18 @@ python_tests() { # FOLDER
   python3 -m unittest discover --verbose --start-directory "$1" --pattern '*_test.py' 2>&1 | tee "$report"
 }
 
-suite_desktop() { drive_on_desktop; }
+suite_desktop() { drive_program gcc demo; }
 # Beside what only a compositor decides the main job alone: all else is the same code, and has been driven there.
-suite_wayland() { drive_on_desktop --wayland --brief; }
+suite_wayland() { drive_program gcc demo --wayland --brief; }
+# As ./run builds it.
+suite_faults() { drive_program release faults; }
 
-drive_on_desktop() { # OPTIONS OF THE DEMONSTRATION
-  local bin=$root/build/gcc/bin
-  build_preset gcc zunto-helper || return 1
+drive_program() { # PRESET PROGRAM-OF-tests/desktop ITS-OPTIONS
+  local bin=$root/build/$1/bin
+  build_preset "$1" zunto-helper || return 1
   stage_resources "$bin/resources" "$(command -v node)" "$(command -v yt-dlp)" "$(command -v ffmpeg)" \
     "$(command -v ffprobe)" &&
-    python3 tests/desktop/demo.py --helper "$bin/zunto-helper" --output "${report%.report}" "$@" | tee "$report"
+    python3 "tests/desktop/$2.py" --helper "$bin/zunto-helper" --output "${report%.report}" "${@:3}" | tee "$report"
 }
 
 # Below a prefix of its own, since only a bare system may have it below /usr: see live_on_bare_systems.

@@ -71,6 +71,13 @@ class Test(unittest.TestCase):
         done = tree.call("test", "--fuzz", 90)
         self.assertIn("fuzz: --seconds 90 build/sanitize build/fuzz\n", done.stdout, done.stderr)
         self.assertIn("fuzzing for 90 s\n", done.stdout)
+    def test_tries_faults_on_the_program_that_run_builds(self):
+        tree = CommandTree(self)
+        (tree.root / "tests/desktop/faults.py").write_text(
+            "import sys; print('tried on', sys.argv[2]); print('4 passed, 0 failed')", encoding="utf-8")
+        done = tree.call("test", "--faults")
+        self.assertIn(f"tried on {tree.root}/build/release/bin/zunto-helper\n", done.stdout, done.stderr)
+        self.assertEqual((done.returncode, done.stdout.splitlines()[-1]), (0, "4 passed, 0 failed"))
 
     def test_knows_the_tests_of_the_tree_by_name(self):
         script = f'root={ROOT}; cd {ROOT}; source scripts/test/suites.sh; case_format "$1"'

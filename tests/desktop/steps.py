@@ -12,6 +12,10 @@ class Failure(Exception):
     """What was seen is not what the sentence says."""
 
 
+class NotTried(Exception):
+    """This system does not let it be tried; neither held nor failed."""
+
+
 class StepTookTooLong(BaseException):
     """Raised in the middle of a step; not an Exception, so that no step's own handling swallows it."""
 
@@ -34,7 +38,7 @@ class Results:
     failed: int = 0
     not_applicable: int = 0
     broken_by: Optional[str] = None
-    failures: list = field(default_factory=list)
+    outcomes: list = field(default_factory=list)  # (sentence, "held", "FAILED" or "not tried", what was seen)
 
 
 def require(condition, why):
@@ -53,8 +57,8 @@ def wait_until(look, what, seconds=20.0, interval=0.1):
     `look` may also raise LookupError for something that is not there yet.
     """
     end = time.monotonic() + seconds
-    why = ""
     while True:
+        why = ""
         try:
             answer = look()
             if answer:
@@ -102,17 +106,23 @@ def run_steps(steps, subject, results):
             continue
         if results.broken_by:
             results.failed += 1
+            results.outcomes.append((step.sentence, "FAILED", "an earlier step failed"))
             _say(f"FAIL {step.sentence}: not tried, since an earlier step failed: {results.broken_by}")
             continue
         started = time.monotonic()
-        why, lines = _outcome(step, subject)
+        try:
+            why, lines = _outcome(step, subject)
+        except NotTried as reason:
+            results.outcomes.append((step.sentence, "not tried", str(reason)))
+            _say(f"--   {step.sentence}: not tried, {reason}")
+            continue
         seconds = time.monotonic() - started
+        results.outcomes.append((step.sentence, "FAILED" if why else "held", why or "; ".join(lines or [])))
         if why is None:
             results.passed += 1
             _say(f"ok   {step.sentence}  [{seconds:.1f} s]")
         else:
             results.failed += 1
-            results.failures.append(step.sentence)
             if step.essential:
                 results.broken_by = step.sentence
             _say(f"FAIL {step.sentence}: {why}  [{seconds:.1f} s]")
@@ -132,6 +142,8 @@ def _outcome(step, subject):
             return None, step.body(subject)
     except (Failure, LookupError, StepTookTooLong) as reason:
         return str(reason), None
+    except NotTried:
+        raise
     except Exception as error:  # a step that breaks is a step that failed, and the run goes on
         place = traceback.extract_tb(error.__traceback__)[-1]
         return f"{type(error).__name__} at {place.filename}:{place.lineno}: {error}", None
