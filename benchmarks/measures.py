@@ -91,11 +91,15 @@ def idling(subject):
     by as much as the goal; where another window has the keyboard, the rest is seen alone."""
     what = "CPU of its own per idle minute"
     bare = [subject.bare]
+
+    def without_keyboard(floor, name):
+        return _more_when_idle(subject, f"{what} without the keyboard, more than", floor, name, 1,
+                               lambda: subject.painted(subject.bare))
+
+    yield without_keyboard(bare, _BARE)
     if not subject.quick:
+        yield without_keyboard([*bare, "--probing"], "a bare Qt window that spawns curl as often")
         yield _more_when_idle(subject, f"{what}, more than", bare, _BARE, 3, contextlib.nullcontext)
-    for floor, name in ((bare, _BARE), ([*bare, "--probing"], "a bare Qt window that spawns curl as often")):
-        yield _more_when_idle(subject, f"{what} without the keyboard, more than", floor, name, 1,
-                              lambda: subject.painted(subject.bare))
 
 
 def _more_when_idle(subject, what, floor, name, rounds, window_in_front):
